@@ -1,0 +1,59 @@
+// Term symbol collection: the head symbols of a term and all its subterms.
+#include "classifier/atom_classifier.h"
+#include "host/term_visitor.h"
+#include "support/contract.h"
+
+namespace orvo {
+namespace {
+
+// Clears both visit marks of every term the walk entered, on every exit from
+// the walk, exceptions included, so that all marks are clear between walks.
+class CacheCleaner {
+ public:
+  CacheCleaner(std::vector<bool>* marks, std::vector<Term_ const*>* marked) noexcept
+      : active_(true), marks_(marks), marked_(marked) {}
+  CacheCleaner(CacheCleaner const&) = delete;
+  CacheCleaner& operator=(CacheCleaner const&) = delete;
+  ~CacheCleaner() {
+    if (!active_) return;
+    for (Term_ const* t : *marked_) {
+      std::uint64_t const base = 2 * t->get_id();
+      // A failed growth of the marks may leave the last listed term unmarked.
+      if (base + 1 < marks_->size()) {
+        (*marks_)[static_cast<std::size_t>(base)] = false;
+        (*marks_)[static_cast<std::size_t>(base + 1)] = false;
+      }
+    }
+    marked_->clear();
+  }
+
+ private:
+  bool active_;
+  std::vector<bool>* marks_;
+  std::vector<Term_ const*>* marked_;
+};
+
+}  // namespace
+
+namespace itp {
+namespace {
+
+struct SymbolCollectorCallback {
+  hsh::HashSet<Symbol const*>* result;
+  void operator()(Term_ const* t) const { result->insert(t->get_symbol()); }
+};
+
+}  // namespace
+
+hsh::HashSet<Symbol const*> const& AtomClassifier::get_term_symbols(Term_ const* t) {
+  ORVO_REQUIRE(t != nullptr, "get_term_symbols", "null term, address", 0);
+  term_symbols_.clear();
+  TermVisitor<SymbolCollectorCallback> visitor(SymbolCollectorCallback{&term_symbols_}, true,
+                                               &visit_marks_);
+  CacheCleaner cleaner(&visit_marks_, &visitor.marked());
+  visitor.visit(t);
+  return term_symbols_;
+}
+
+}  // namespace itp
+}  // namespace orvo

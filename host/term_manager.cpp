@@ -1,0 +1,109 @@
+#include <cstdint>
+#include <new>
+#include <stdexcept>
+
+#include "host/environment.h"
+#include "host/term.h"
+
+namespace orvo {
+
+static_assert(sizeof(Term_) == 2 * sizeof(std::uint64_t) && alignof(Term_) == alignof(Term_ const*),
+              "children are stored right after the id and the head symbol");
+
+TermManager::TermManager() {
+  bool_type_ = make_type("Bool");
+  static char const* const names[6] = {"true", "false", "not", "and", "or", "iff"};
+  static std::size_t const arities[6] = {0, 0, 1, 2, 2, 2};
+  for (std::size_t i = 0; i < 6; ++i)
+    reserved_[i] = make_symbol(names[i], arities[i], bool_type_, true);
+}
+
+TermManager::~TermManager() {
+  for (Term_* t : terms_) {
+    t->~Term_();
+    ::operator delete(static_cast<void*>(t));
+  }
+}
+
+Type const* TermManager::make_type(std::string const& name) {
+  auto& slot = types_[name];
+  if (!slot) slot.reset(new Type(name));
+  return slot.get();
+}
+
+Symbol const* TermManager::make_symbol(std::string const& name, std::size_t arity,
+                                       Type const* output_type, bool interpreted) {
+  if (output_type == nullptr)
+    throw std::invalid_argument("make_symbol: null output type for " + name);
+  auto& slot = symbols_[name];
+  if (!slot) slot.reset(new Symbol(name, arity, output_type, interpreted));
+  return slot.get();
+}
+
+bool TermManager::is_reserved(Symbol const* s) const noexcept {
+  for (Symbol const* r : reserved_)
+    if (r == s) return true;
+  return false;
+}
+
+std::size_t TermManager::KeyHash::operator()(std::vector<void const*> const& key) const noexcept {
+  std::uint64_t h = 0xcbf29ce484222325ULL;
+  for (void const* p : key) {
+    h ^= static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(p));
+    h *= 0x100000001b3ULL;
+  }
+  return static_cast<std::size_t>(h);
+}
+
+Term_ const* TermManager::make_term(Symbol const* head, std::vector<Term_ const*> const& children) {
+  if (head == nullptr) throw std::invalid_argument("make_term: null head symbol");
+  if (children.size() != head->get_arity())
+    throw std::invalid_argument("make_term: " + head->get_name() + " takes " +
+                                std::to_string(head->get_arity()) + " children, got " +
+                                std::to_string(children.size()));
+  std::vector<void const*> key;
+  key.reserve(children.size() + 1);
+  key.push_back(head);
+  for (Term_ const* c : children) {
+    if (c == nullptr) throw std::invalid_argument("make_term: null child of " + head->get_name());
+    key.push_back(c);
+  }
+  auto found = term_index_.find(key);
+  if (found != term_index_.end()) return found->second;
+
+  terms_.reserve(terms_.size() + 1);
+  void* block = ::operator new(sizeof(Term_) + children.size() * sizeof(Term_ const*));
+  Term_* t = new (block) Term_{static_cast<std::uint64_t>(terms_.size()), head};
+  auto* slots = reinterpret_cast<Term_ const**>(t + 1);
+  for (std::size_t i = 0; i < children.size(); ++i)
+    slots[i] = children[i];
+  terms_.push_back(t);  // cannot throw: capacity reserved above
+  try {
+    term_index_.emplace(std::move(key), t);
+  } catch (...) {
+    terms_.pop_back();
+    ::operator delete(block);
+    throw;
+  }
+  return t;
+}
+
+int Environment::new_atom(Term_ const* t) {
+  if (t != nullptr) {
+    auto it = term_atoms.find(t);
+    if (it != term_atoms.end() && it->second != -1) return it->second;
+  }
+  int const variable = static_cast<int>(atom_terms.size());
+  atom_terms.push_back(t);
+  if (t != nullptr) {
+    try {
+      term_atoms[t] = variable;
+    } catch (...) {
+      atom_terms.pop_back();
+      throw;
+    }
+  }
+  return variable;
+}
+
+}  // namespace orvo

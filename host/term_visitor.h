@@ -1,0 +1,99 @@
+// Generic depth-first term walk with per-term visit marks.
+//
+// The visitor calls its callback once for every distinct subterm it enters,
+// root first, then the children from the last to the first (pre-order, right
+// to left). With marks enabled it keeps two bits per term id in a borrowed
+// bit vector: bit 2*id (finished: the term and all its subterms are done) and
+// bit 2*id+1 (entered: the callback ran and the children are scheduled), so a
+// subterm shared by many parents is entered once and the walk is linear in
+// the number of distinct subterms. Every term whose entered mark the walk set
+// is appended to the marked list; the caller clears the marks through that
+// list, never by a pass over the whole vector. Without marks the walk is a
+// plain tree walk that enters a subterm once per path.
+#ifndef ORVO_ITP_HOST_TERM_VISITOR_H
+#define ORVO_ITP_HOST_TERM_VISITOR_H
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <utility>
+#include <vector>
+
+#include "host/term.h"
+
+namespace orvo {
+
+template <class Callback>
+class TermVisitor {
+ public:
+  TermVisitor(Callback callback, bool use_marks, std::vector<bool>* marks)
+      : callback_(std::move(callback)), use_marks_(use_marks), marks_(marks) {}
+
+  void visit(Term_ const* root);
+
+  std::vector<Term_ const*>& marked() noexcept { return marked_; }
+
+ private:
+  bool finished(Term_ const* t) const noexcept { return get(2 * t->get_id()); }
+  bool entered(Term_ const* t) const noexcept { return get(2 * t->get_id() + 1); }
+  bool get(std::uint64_t bit) const noexcept { return bit < marks_->size() && (*marks_)[bit]; }
+  void set(Term_ const* t, std::uint64_t bit) {
+    std::uint64_t const base = 2 * t->get_id();
+    if (marks_->size() <= base)
+      marks_->resize(
+          static_cast<std::size_t>(std::max<std::uint64_t>(2 * marks_->size(), base + 2)), false);
+    (*marks_)[bit] = true;
+  }
+
+  Callback callback_;
+  bool use_marks_;                    // always set by the classifier
+  std::vector<bool>* marks_;          // borrowed two-bit-per-id marks
+  std::vector<Term_ const*> marked_;  // terms whose entered mark this walk set
+};
+
+template <class Callback>
+void TermVisitor<Callback>::visit(Term_ const* root) {
+  std::vector<Term_ const*> stack(1, root);
+  if (!use_marks_) {
+    while (!stack.empty()) {
+      Term_ const* u = stack.back();
+      stack.pop_back();
+      callback_(u);
+      for (std::size_t i = 0; i < u->get_arity(); ++i)
+        stack.push_back(u->get_child(i));
+    }
+    return;
+  }
+  while (!stack.empty()) {
+    Term_ const* u = stack.back();
+    if (finished(u)) {
+      stack.pop_back();
+      continue;
+    }
+    if (entered(u)) {  // its children are done
+      stack.pop_back();
+      set(u, 2 * u->get_id());
+      continue;
+    }
+    callback_(u);
+    // The term goes on the marked list before its mark is set, so that a
+    // failure between the two leaves no set bit unlisted.
+    marked_.push_back(u);
+    set(u, 2 * u->get_id() + 1);
+    bool pushed = false;
+    for (std::size_t i = 0; i < u->get_arity(); ++i) {
+      Term_ const* c = u->get_child(i);
+      if (finished(c)) continue;
+      stack.push_back(c);
+      pushed = true;
+    }
+    if (!pushed) {
+      stack.pop_back();
+      set(u, 2 * u->get_id());
+    }
+  }
+}
+
+}  // namespace orvo
+
+#endif  // ORVO_ITP_HOST_TERM_VISITOR_H

@@ -29,9 +29,11 @@ void AtomClassifier::reset_group(int group) {
   ORVO_REQUIRE(group >= 0 && static_cast<std::size_t>(group) < groups_.size(), "reset_group",
                "group index outside the existing groups:", group);
   Group& g = groups_[static_cast<std::size_t>(group)];
+  // The only step that can run out of memory comes first: once a reference
+  // is released, the group must lose the membership that held it.
+  Group const empty;
   for (dpll::Clause const* clause : g.clauses)
     if (clause != nullptr) release_clause_reference(clause);
-  Group const empty;
   g.atoms = empty.atoms;
   g.clauses = empty.clauses;
   g.symbols = empty.symbols;

@@ -14,9 +14,11 @@ void AtomClassifier::set_frontier(int frontier) {
                "frontier beyond the group index range:", frontier);
   A_groups_ = hsh::HashSet<int>();
   if (frontier >= 0) {
+    // Groups first, appended directly (no new-group cell): if that runs out of
+    // memory, A_groups_ names no group that does not exist.
+    ensure_group(frontier);
     for (int g = 0; g <= frontier; ++g)
       A_groups_.insert(g);
-    ensure_group(frontier);  // appended directly: no new-group cell
   }
   build_symbols_sets();
 }

@@ -1,1 +1,166 @@
-// placeholder
+// Pooled hash tables: exact bucket counts at the growth thresholds, bucket
+// placement and iteration order, pool chunk sizes seen at the C allocator,
+// allocation failures, copy and assignment.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <new>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+#include "containers/hash_table.h"
+#include "host/term.h"
+#include "support/alloc_hook.h"
+
+namespace {
+
+using namespace orvo::hsh;
+using namespace orvo::test;
+using orvo::Symbol;
+
+alignas(16) char arena[4096];  // its addresses serve as symbol keys; never dereferenced
+
+template <class T>
+typename T::key_type key_at(std::size_t i) {
+  if constexpr (std::is_same<typename T::key_type, int>::value)
+    return static_cast<int>(i) * 7 - 300;
+  else
+    return reinterpret_cast<Symbol const*>(arena + 16 * i);
+}
+template <class T>
+void add(T& t, typename T::key_type k) {
+  if constexpr (std::is_same<typename T::value_type, typename T::key_type>::value)
+    t.insert(k);
+  else
+    ++t[k];
+}
+template <class T>
+std::vector<typename T::value_type> contents(T const& t) {
+  return {t.begin(), t.end()};  // the range constructor
+}
+
+template <class T>
+class PooledTable : public ::testing::Test {};
+using Tables =
+    ::testing::Types<HashSet<int>, HashSet<Symbol const*>, HashMap<Symbol const*, unsigned>>;
+struct TableNames {
+  template <class T>
+  static std::string GetName(int i) {
+    return i == 0 ? "IntSet" : i == 1 ? "SymbolSet" : "SymbolMap";
+  }
+};
+TYPED_TEST_SUITE(PooledTable, Tables, TableNames);
+
+TYPED_TEST(PooledTable, GrowthChunksFailureClearCopyAndAssignment) {
+  using T = TypeParam;
+  // A chunk is a link word and n nodes of 16 bytes (sets) or 24 (maps with a pointer key).
+  std::size_t const node =
+      std::is_same<typename T::key_type, typename T::value_type>::value ? 16 : 24;
+  auto fill = [](T& t, std::size_t n) {
+    while (t.size() < n)
+      add(t, key_at<T>(t.size()));
+  };
+  T t;
+  EXPECT_TRUE(t.bucket_count() == 31 && t.begin() == t.end() && t.find(key_at<T>(0)) == t.end());
+  std::size_t calls = malloc_calls();
+  fill(t, 16);
+  EXPECT_EQ(malloc_calls() - calls, 1u);
+  EXPECT_EQ(last_malloc_size(), sizeof(void*) + 16 * node);
+  {
+    FailureScope fail(1);  // the 17th node needs a second chunk
+    EXPECT_THROW(add(t, key_at<T>(16)), std::bad_alloc);
+  }
+  EXPECT_TRUE(t.size() == 16 && t.find(key_at<T>(16)) == t.end() && t.check_invariants());
+
+  // The insertion attempt that finds `size` elements grows the table, even for a present key.
+  std::size_t const steps[4][3] = {{22, 31, 73}, {52, 73, 151}, {106, 151, 313}, {220, 313, 643}};
+  for (auto const& step : steps) {  // size, buckets before, buckets after
+    fill(t, step[0]);
+    EXPECT_EQ(t.bucket_count(), step[1]);
+    add(t, key_at<T>(0));
+    EXPECT_EQ(t.size(), step[0]);
+    EXPECT_EQ(t.bucket_count(), step[2]);
+  }
+  T copy(t);
+  EXPECT_EQ(copy.bucket_count(), 643u);
+  EXPECT_EQ(contents(copy), contents(t));
+  t.clear();
+  EXPECT_TRUE(t.bucket_count() == 643 && t.empty() && t.begin() == t.end());
+  calls = malloc_calls();
+  fill(t, 220);
+  EXPECT_EQ(malloc_calls(), calls);  // buckets and chunks were kept
+
+  T a, b;
+  fill(a, 16);
+  fill(b, 16);
+  calls = malloc_calls();
+  a = b;  // a's old nodes are not recycled, so its pool takes a new chunk
+  EXPECT_EQ(malloc_calls() - calls, 1u);
+  EXPECT_EQ(last_malloc_size(), sizeof(void*) + 32 * node);
+  EXPECT_TRUE(a.check_invariants());
+  copy = T();
+  EXPECT_TRUE(copy.bucket_count() == 31 && copy.empty() && copy.begin() == copy.end());
+
+  for (std::size_t k = 1;; ++k) {  // any allocation of a copy or an assignment may fail
+    FailureScope fail(k);
+    try {
+      T copied(t), assigned;
+      assigned = t;
+      EXPECT_EQ(contents(assigned), contents(copied));
+      break;
+    } catch (std::bad_alloc const&) {
+    }
+  }
+}
+
+TEST(PooledTableChunks, SizesDoubleUpTo8192Nodes) {
+  std::vector<std::size_t> seen, expected;
+  orvo::MemoryPool<16, false> pool;
+  for (std::size_t n = 16; expected.size() < 12; n = std::min<std::size_t>(2 * n, 8192)) {
+    expected.push_back(sizeof(void*) + n * 16);
+    for (std::size_t i = 0, calls = malloc_calls(); i < n; ++i, calls = malloc_calls()) {
+      pool.allocate();
+      if (malloc_calls() != calls) seen.push_back(last_malloc_size());
+    }
+  }
+  EXPECT_EQ(seen, expected);
+}
+
+TEST(PooledTableOrder, IntBucketsIterationOrderAndRehash) {
+  HashSet<int> s;
+  for (int k : {1, 32, 2})
+    s.insert(k);
+  EXPECT_EQ(contents(s), (std::vector<int>{32, 1, 2}));
+  s.insert(74);  // bucket 12 of 31, bucket 1 of 73
+  s.insert(-1);  // 2^64-1: bucket 15 of 31, bucket 1 of 73
+  EXPECT_EQ(s.find(-1).index, 15u);
+  s.rehash(31);
+  EXPECT_EQ(contents(s), (std::vector<int>{32, 1, 2, 74, -1}));
+  s.rehash(32);  // visits 32, 1, 2, 74, -1 and links each at the front of its new chain
+  EXPECT_EQ(s.bucket_count(), 73u);
+  EXPECT_EQ(s.find(-1).index, 1u);
+  EXPECT_EQ(contents(s), (std::vector<int>{-1, 74, 1, 2, 32}));
+  HashSet<int> copy(s);
+  copy.erase(copy.find(74));  // middle of a chain
+  copy.erase(copy.begin());   // head of a chain
+  EXPECT_EQ(contents(copy), (std::vector<int>{1, 2, 32}));
+  s.rehash(151);  // a prime count is taken as is
+  EXPECT_EQ(s.bucket_count(), 151u);
+}
+
+TEST(PooledTableOrder, TermKeysHashByIdAndMissingMapKeysReadZero) {
+  orvo::TermManager tm;
+  std::vector<orvo::Term_ const*> terms;
+  for (int i = 0; i < 70; ++i)
+    terms.push_back(tm.make_term(tm.make_symbol("c" + std::to_string(i), 0, tm.get_bool_type())));
+  HashMap<orvo::Term_ const*, int> m;
+  for (std::uint64_t id : {0, 31, 62, 5, 36, 67, 30}) {
+    EXPECT_EQ(m[terms[id]], 0);
+    m[terms[id]] = static_cast<int>(id);
+    EXPECT_EQ(m.find(terms[id]).index, id % 31);
+  }
+  EXPECT_TRUE(m.size() == 7 && m[terms[62]] == 62);
+}
+
+}  // namespace

@@ -13,6 +13,7 @@ std::size_t last_size = 0;
 std::size_t countdown = 0;  // 0: disarmed
 bool keep_failing = false;
 bool fired = false;
+long live = 0;  // successful allocations minus releases of non-null blocks
 
 // Freed pointers since forget_frees(); a fixed ring, since free may not allocate.
 constexpr std::size_t ring_size = 1 << 14;
@@ -36,11 +37,16 @@ extern "C" void* __wrap_malloc(std::size_t n) {
   ++calls;
   last_size = n;
   if (should_fail()) return nullptr;
-  return __real_malloc(n);
+  void* p = __real_malloc(n);
+  if (p != nullptr) ++live;
+  return p;
 }
 
 extern "C" void __wrap_free(void* p) {
-  if (p != nullptr) freed[freed_count++ % ring_size] = p;
+  if (p != nullptr) {
+    freed[freed_count++ % ring_size] = p;
+    --live;
+  }
   __real_free(p);
 }
 
@@ -75,8 +81,20 @@ bool failure_fired() {
   return fired;
 }
 
+long live_allocations() {
+  return live;
+}
+
 }  // namespace test
 }  // namespace orvo
+
+namespace {
+// operator delete: counted like free, but not recorded for was_freed().
+void release(void* p) noexcept {
+  if (p != nullptr) --live;
+  __real_free(p);
+}
+}  // namespace
 
 // operator new goes through the same hook, so container growth fails too.
 void* operator new(std::size_t n) {
@@ -94,14 +112,14 @@ void* operator new[](std::size_t n, std::nothrow_t const&) noexcept {
   return __wrap_malloc(n == 0 ? 1 : n);
 }
 void operator delete(void* p) noexcept {
-  __real_free(p);
+  release(p);
 }
 void operator delete[](void* p) noexcept {
-  __real_free(p);
+  release(p);
 }
 void operator delete(void* p, std::size_t) noexcept {
-  __real_free(p);
+  release(p);
 }
 void operator delete[](void* p, std::size_t) noexcept {
-  __real_free(p);
+  release(p);
 }

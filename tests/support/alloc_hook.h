@@ -16,6 +16,10 @@ std::size_t last_malloc_size();
 // Whether `p` was passed to free since the last forget_frees().
 bool was_freed(void const* p);
 void forget_frees();
+// Blocks obtained through malloc or operator new and not yet given back with
+// free or operator delete. Only differences between two readings mean
+// anything: compare before and after a scope to find what it leaked.
+long live_allocations();
 
 // Makes the k-th allocation from now (k >= 1) fail; with `persistent`, every
 // later one fails too. k = 0 disarms. Failures of malloc return null, those of

@@ -50,13 +50,15 @@ inline void poison(void* p, std::size_t n) noexcept {
   (void)n;
 }
 
-// Makes a node accessible again; its bytes count as uninitialised.
+// Makes a node accessible again. Its bytes count as defined: the free-list
+// link in its first word is read right after, and the rest is overwritten by
+// the table before use.
 inline void unpoison(void* p, std::size_t n) noexcept {
 #if defined(ORVO_ITP_ASAN)
   ASAN_UNPOISON_MEMORY_REGION(p, n);
 #endif
 #if defined(ORVO_ITP_VALGRIND)
-  VALGRIND_MAKE_MEM_UNDEFINED(p, n);
+  VALGRIND_MAKE_MEM_DEFINED(p, n);
 #endif
   (void)p;
   (void)n;

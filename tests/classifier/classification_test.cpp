@@ -195,3 +195,25 @@ TEST_F(ClassifierTest, TermStatusAndGroupQueries) {
 }  // namespace
 }  // namespace test
 }  // namespace orvo
+
+namespace orvo {
+namespace test {
+namespace {
+
+// Calls outside an operation's contract stop a debug build with a message
+// naming the operation and the bad value; release builds do not check.
+TEST_F(ClassifierTest, ContractViolationsStopDebugBuilds) {
+#ifdef NDEBUG
+  GTEST_SKIP() << "contract checks are compiled out with NDEBUG";
+#else
+  c.new_group_index();
+  EXPECT_DEATH(c.reset_group(7), "invalid API usage of 'reset_group'.* 7");
+  EXPECT_DEATH(c.has_atom(1, 1), "invalid API usage of 'has_atom'.* 1");
+  EXPECT_DEATH(c.get_term_symbols(nullptr), "invalid API usage of 'get_term_symbols': null term");
+  EXPECT_DEATH(c.get_term_status(nullptr), "invalid API usage of 'term_is_pure': null term");
+#endif
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace orvo

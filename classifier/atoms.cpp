@@ -28,8 +28,7 @@ void AtomClassifier::do_add_atom(int atom, int group, bool permanent) {
 void AtomClassifier::add_atom_to_same_groups(int atom, int other) {
   for (std::size_t g = 0; g < groups_.size(); ++g) {
     hsh::HashSet<int> const& atoms = groups_[g].atoms;
-    if (!atoms.empty() && atoms.find(other) != atoms.end())
-      do_add_atom(atom, static_cast<int>(g), false);
+    if (atoms.contains(other)) do_add_atom(atom, static_cast<int>(g), false);
   }
   symbols_sets_valid_ = false;
 }
@@ -37,7 +36,7 @@ void AtomClassifier::add_atom_to_same_groups(int atom, int other) {
 bool AtomClassifier::has_atom(int atom) const {
   if (atom == -1) return false;
   for (Group const& g : groups_)
-    if (!g.atoms.empty() && g.atoms.find(atom) != g.atoms.end()) return true;
+    if (g.atoms.contains(atom)) return true;
   return false;
 }
 
@@ -46,13 +45,12 @@ bool AtomClassifier::has_atom(int atom, int group) const {
                "group index outside the existing groups:", group);
   if (atom == -1) return false;
   hsh::HashSet<int> const& atoms = groups_[static_cast<std::size_t>(group)].atoms;
-  return !atoms.empty() && atoms.find(atom) != atoms.end();
+  return atoms.contains(atom);
 }
 
 bool AtomClassifier::has_atom(Term_ const* term) const {
   ORVO_REQUIRE(term != nullptr, "has_atom", "null term, address", 0);
   auto const& map = env_->term_atoms;
-  if (map.empty()) return false;
   auto it = map.find(term);
   if (it == map.end() || it->second == -1) return false;
   return has_atom(it->second);

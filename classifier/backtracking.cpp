@@ -24,9 +24,7 @@ void AtomClassifier::pop_backtrack_point() {
     reset_group(g);
   symbols_sets_valid_ = false;
 
-  auto was_created = [&created](int g) {
-    return !created.empty() && created.find(g) != created.end();
-  };
+  auto was_created = [&created](int g) { return created.contains(g); };
   while (!undo_trail_.empty()) {
     UndoCell const cell = undo_trail_.back();
     undo_trail_.pop_back();

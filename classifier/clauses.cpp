@@ -30,16 +30,16 @@ bool AtomClassifier::is_of_A(dpll::Clause const* clause) const {
   for (int g : A_groups_) {
     if (static_cast<std::size_t>(g) >= groups_.size()) continue;
     hsh::HashSet<dpll::Clause const*> const& clauses = groups_[static_cast<std::size_t>(g)].clauses;
-    if (!clauses.empty() && clauses.find(clause) != clauses.end()) return true;
+    if (clauses.contains(clause)) return true;
   }
   return false;
 }
 
 bool AtomClassifier::is_of_B(dpll::Clause const* clause) const {
   for (std::size_t g = 0; g < groups_.size(); ++g) {
-    if (!A_groups_.empty() && A_groups_.find(static_cast<int>(g)) != A_groups_.end()) continue;
+    if (A_groups_.contains(static_cast<int>(g))) continue;
     hsh::HashSet<dpll::Clause const*> const& clauses = groups_[g].clauses;
-    if (!clauses.empty() && clauses.find(clause) != clauses.end()) return true;
+    if (clauses.contains(clause)) return true;
   }
   return false;
 }

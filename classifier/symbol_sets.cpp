@@ -5,9 +5,7 @@ namespace orvo {
 namespace itp {
 
 void AtomClassifier::build_symbols_sets() {
-  auto is_A = [this](std::size_t g) {
-    return !A_groups_.empty() && A_groups_.find(static_cast<int>(g)) != A_groups_.end();
-  };
+  auto is_A = [this](std::size_t g) { return A_groups_.contains(static_cast<int>(g)); };
 
   A_symbols_.clear();
   for (int g : A_groups_)

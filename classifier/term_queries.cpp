@@ -65,14 +65,7 @@ bool AtomClassifier::symbol_is_common(Symbol const* s, bool include_interpreted)
 
 bool AtomClassifier::term_is_mixed(Term_ const* t) {
   ORVO_REQUIRE(t != nullptr, "term_is_mixed", "null term, address", 0);
-  auto const& map = env_->term_atoms;
-  if (!map.empty()) {
-    auto it = map.find(t);
-    if (it != map.end() && it->second != -1) {
-      for (Group const& g : groups_)
-        if (!g.atoms.empty() && g.atoms.find(it->second) != g.atoms.end()) return false;
-    }
-  }
+  if (has_atom(t)) return false;
   int impure = 0;
   for (Group const& g : groups_)
     if (!term_is_pure(t, g.symbols, false) && ++impure == 2) return true;

@@ -19,7 +19,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <functional>
 #include <iterator>
 #include <new>
@@ -35,8 +34,10 @@ struct Term_;
 
 namespace hsh {
 
-// Identity hashes. Specialisations exist for int, for pointers (the address)
-// and for host terms (the term's id, not its address).
+// Identity hashes: an int is its own hash, a pointer its address. Host terms
+// are hashed by their id, not their address; that specialisation is defined
+// next to the term type (host/term.h) and only declared here, so that a table
+// of terms cannot silently fall back to the address hash.
 template <class K>
 struct hash;
 
@@ -54,15 +55,8 @@ struct hash<T*> {
   }
 };
 
-// A term is hashed by its 64-bit id, which is the first word of every term.
 template <>
-struct hash<Term_ const*> {
-  std::uint64_t operator()(Term_ const* term) const noexcept {
-    std::uint64_t id;
-    std::memcpy(&id, static_cast<void const*>(term), sizeof id);
-    return id;
-  }
-};
+struct hash<Term_ const*>;
 
 template <class K>
 struct GetKey_identity {
@@ -163,6 +157,9 @@ class Hashtable {
       if (Equal()(GetKey()(b->value), key)) return Iter(&buckets_, index, b);
     return end();
   }
+
+  // Whether the table holds `key`.
+  bool contains(Key const& key) const noexcept { return find(key) != end(); }
 
   // Removes the element with key `key` if there is one; returns how many went.
   std::size_t erase(Key const& key) noexcept {

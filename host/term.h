@@ -1,8 +1,8 @@
 // Host terms, symbols, sorts and the term manager that makes them.
 //
 // This is the stand-in for the solver's own term layer. It keeps exactly what
-// the classifier relies on: a term is a 64-bit id (its first word, also its
-// hash), a head symbol and as many children as the head's arity; a symbol
+// the classifier relies on: a term is a 64-bit id (also its hash in the
+// classifier's tables), a head symbol and as many children as the head's arity; a symbol
 // knows its name, arity and output sort; the term manager knows the Boolean
 // sort, which symbols are interpreted and which six symbols are reserved.
 #ifndef ORVO_ITP_HOST_TERM_H
@@ -68,6 +68,18 @@ struct Term_ {
     return reinterpret_cast<Term_ const* const*>(this + 1);
   }
 };
+
+namespace hsh {
+template <class K>
+struct hash;
+
+// Tables of terms hash a term by its id, so that iteration orders do not
+// depend on where the terms were allocated.
+template <>
+struct hash<Term_ const*> {
+  std::uint64_t operator()(Term_ const* term) const noexcept { return term->get_id(); }
+};
+}  // namespace hsh
 
 // Makes and owns sorts, symbols and terms. Asking again for a name already
 // made returns the object made first; asking again for a term with the same

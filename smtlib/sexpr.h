@@ -1,0 +1,69 @@
+// S-expressions of an SMT-LIB v2 script, split into its top-level commands.
+//
+// The reader keeps the script's text and points into it: every node knows
+// where it starts (line and column, both from 1; a column counts bytes) and
+// which bytes it spans, so a term can be handed on as the exact text the
+// script wrote. Comments, white space and Windows line ends are skipped like
+// any other blank. A malformed script throws ScriptError at the first fault.
+#ifndef ORVO_ITP_SMTLIB_SEXPR_H
+#define ORVO_ITP_SMTLIB_SEXPR_H
+
+#include <cstddef>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace orvo {
+namespace smtlib {
+
+struct Position {
+  int line = 1;
+  int column = 1;
+};
+
+// A fault of the script at a place in it: malformed text, a command the
+// term reader rejects, a name that is not declared, a pop below level 0.
+class ScriptError : public std::runtime_error {
+ public:
+  ScriptError(Position where, std::string const& what) : std::runtime_error(what), where_(where) {}
+  Position where() const noexcept { return where_; }
+
+ private:
+  Position where_;
+};
+
+struct SExpr {
+  enum class Kind { list, symbol, keyword, numeral, decimal, literal };
+  Kind kind = Kind::list;
+  std::string_view text;     // the bytes spanned, parentheses included
+  std::string value;         // atoms: a symbol without its |bars|, a keyword with its colon
+  Position where;            // where the node starts
+  std::vector<SExpr> items;  // lists: the elements
+
+  bool is_list() const noexcept { return kind == Kind::list; }
+  bool is_symbol() const noexcept { return kind == Kind::symbol; }
+  bool is_symbol(std::string_view name) const noexcept { return is_symbol() && value == name; }
+  // The head symbol of a list, "" for anything else.
+  std::string_view head() const noexcept {
+    return is_list() && !items.empty() && items[0].is_symbol() ? std::string_view(items[0].value)
+                                                               : std::string_view();
+  }
+};
+
+// Splits `text` into its top-level commands, each a list. Throws ScriptError
+// on an unbalanced parenthesis, an unterminated string or quoted symbol, or a
+// top-level element that is not a list.
+std::vector<SExpr> read_commands(std::string_view text);
+
+// Every symbol that occurs in `e` (bars removed), each once per occurrence,
+// appended to `out`.
+void collect_symbols(SExpr const& e, std::vector<std::string_view>& out);
+
+// The node's atoms and lists joined with single spaces: "(and a b)".
+std::string flat_text(SExpr const& e);
+
+}  // namespace smtlib
+}  // namespace orvo
+
+#endif  // ORVO_ITP_SMTLIB_SEXPR_H

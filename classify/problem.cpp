@@ -161,7 +161,7 @@ class Problem {
       if (annotated.items.size() < 2) throw ScriptError(annotated.where, "malformed '!' term");
       term = &annotated.items[1];
     }
-    z3::expr const formula = reader_.read_assertion(*term);
+    z3::expr const formula = reader_.read_assertion(command, *term);
     auto const start = Clock::now();
     int const group = classifier_.new_group_index();
     if (name.empty()) name = "#" + std::to_string(group);

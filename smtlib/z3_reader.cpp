@@ -326,10 +326,10 @@ void Z3Reader::pop() {
   scopes_.pop_back();
 }
 
-z3::expr Z3Reader::read_assertion(SExpr const& term) {
+z3::expr Z3Reader::read_assertion(SExpr const& command, SExpr const& term) {
   std::vector<std::string_view> mentioned;
   collect_symbols(term, mentioned);
-  z3::expr_vector got = parse("(assert " + std::string(term.text) + ")", mentioned, {}, term);
+  z3::expr_vector got = parse("(assert " + std::string(term.text) + ")", mentioned, {}, command);
   z3::expr e = got[0];
   bool defined = false;
   std::string name;

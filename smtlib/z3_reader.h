@@ -47,8 +47,9 @@ class Z3Reader {
   void push();
   void pop();
 
-  // The Boolean term `term` of an assertion, every definition expanded.
-  z3::expr read_assertion(SExpr const& term);
+  // The Boolean term `term` of the assertion `command`, every definition
+  // expanded.
+  z3::expr read_assertion(SExpr const& command, SExpr const& term);
   // A `:named` assertion's name stands for its term in later commands.
   void name_term(std::string const& name, z3::expr const& term);
 

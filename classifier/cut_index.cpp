@@ -1,0 +1,402 @@
+// Cut index: the placement of every symbol and atom over the positions of a
+// query, and the range and prefix queries answered from it.
+#include "classifier/cut_index.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "support/contract.h"
+
+namespace orvo {
+namespace itp {
+
+namespace {
+
+constexpr int unknown = -1;  // prefix memo: term not yet walked
+constexpr int entered = -2;  // prefix memo: children scheduled, not yet combined
+
+// Gives every distinct key of the groups' tables a number, in order of first
+// sight, and lists the groups holding each key: key k's groups are
+// key_groups[key_begin[k] .. key_begin[k + 1]), ascending.
+template <class Key, class ForEachKey>
+void gather_keys(std::vector<AtomClassifier::Group> const& groups, ForEachKey for_each_key,
+                 hsh::HashMap<Key, int>& key_of, std::vector<Key>& keys,
+                 std::vector<int>& key_begin, std::vector<int>& key_groups) {
+  std::vector<std::pair<int, int>> held;  // (key, group)
+  for (std::size_t g = 0; g < groups.size(); ++g) {
+    for_each_key(groups[g], [&](Key const& k) {
+      auto it = key_of.find(k);
+      int key;
+      if (it != key_of.end()) {
+        key = it->second;
+      } else {
+        key = static_cast<int>(keys.size());
+        keys.push_back(k);
+        key_of[k] = key;
+      }
+      held.emplace_back(key, static_cast<int>(g));
+    });
+  }
+  key_begin.assign(keys.size() + 1, 0);
+  for (auto const& h : held)
+    ++key_begin[static_cast<std::size_t>(h.first) + 1];
+  for (std::size_t k = 0; k < keys.size(); ++k)
+    key_begin[k + 1] += key_begin[k];
+  std::vector<int> next(key_begin.begin(), key_begin.end() - 1);
+  key_groups.resize(held.size());
+  for (auto const& h : held)
+    key_groups[static_cast<std::size_t>(next[static_cast<std::size_t>(h.first)]++)] = h.second;
+}
+
+}  // namespace
+
+// ---- Placement.
+
+void CutIndex::Placement::build(std::vector<int> const& key_begin,
+                                std::vector<int> const& key_groups,
+                                std::vector<int> const& group_begin,
+                                std::vector<int> const& group_positions, int num_positions) {
+  std::size_t const keys = key_begin.size() - 1;
+  pos_begin_.assign(1, 0);
+  gap_begin_.assign(1, 0);
+  pos_.clear();
+  gap_left_.clear();
+  gap_reach_.clear();
+  prefix_.assign(keys, PrefixStatus{num_positions, 0});
+  std::vector<int> merged;
+  std::vector<std::pair<int, int>> gaps;
+  for (std::size_t k = 0; k < keys; ++k) {
+    merged.clear();
+    gaps.clear();
+    for (int i = key_begin[k]; i < key_begin[k + 1]; ++i) {
+      auto const g = static_cast<std::size_t>(key_groups[static_cast<std::size_t>(i)]);
+      // The gaps of one group are the runs of positions between its own,
+      // both ends excluded; -1 and num_positions stand for the two edges.
+      int previous = -1;
+      for (int j = group_begin[g]; j < group_begin[g + 1]; ++j) {
+        int const p = group_positions[static_cast<std::size_t>(j)];
+        merged.push_back(p);
+        if (p - previous >= 2) gaps.emplace_back(previous, p);
+        previous = p;
+      }
+      if (num_positions - previous >= 2) gaps.emplace_back(previous, num_positions);
+    }
+    std::sort(merged.begin(), merged.end());
+    merged.erase(std::unique(merged.begin(), merged.end()), merged.end());
+    pos_.insert(pos_.end(), merged.begin(), merged.end());
+    pos_begin_.push_back(static_cast<int>(pos_.size()));
+
+    std::sort(gaps.begin(), gaps.end());
+    int reach = 0;
+    for (auto const& gap : gaps) {
+      reach = std::max(reach, gap.second);
+      gap_left_.push_back(gap.first);
+      gap_reach_.push_back(reach);
+      // A prefix [0, r] fits inside a gap exactly when the gap opens at the
+      // left edge and r is below its right end.
+      if (gap.first == -1) prefix_[k].b_below = reach;
+    }
+    gap_begin_.push_back(static_cast<int>(gap_left_.size()));
+    if (!merged.empty()) prefix_[k].a_from = merged.front();
+  }
+}
+
+bool CutIndex::Placement::in_A(int key, int first, int last) const {
+  auto const k = static_cast<std::size_t>(key);
+  auto const end = pos_.begin() + pos_begin_[k + 1];
+  auto const it = std::lower_bound(pos_.begin() + pos_begin_[k], end, first);
+  return it != end && *it <= last;
+}
+
+bool CutIndex::Placement::in_B(int key, int first, int last) const {
+  // The range fits inside some gap exactly when, among the gaps opening left
+  // of `first`, the farthest right end lies beyond `last`.
+  auto const k = static_cast<std::size_t>(key);
+  auto const begin = gap_left_.begin() + gap_begin_[k];
+  auto const it = std::lower_bound(begin, gap_left_.begin() + gap_begin_[k + 1], first);
+  if (it == begin) return false;
+  return gap_reach_[static_cast<std::size_t>(it - gap_left_.begin()) - 1] > last;
+}
+
+// ---- Construction and the snapshot rule.
+
+CutIndex::CutIndex(AtomClassifier& classifier, std::vector<std::vector<int>> const& positions)
+    : classifier_(classifier),
+      env_(classifier.get_env()),
+      num_positions_(static_cast<int>(positions.size())),
+      num_groups_(classifier.get_groups().size()),
+      fingerprint_(0),
+      walk_(0) {
+  ORVO_REQUIRE(env_ != nullptr, "CutIndex", "classifier without environment, address", 0);
+  std::vector<AtomClassifier::Group> const& groups = classifier.get_groups();
+  auto const names_group = [this](int g) {
+    return g >= 0 && static_cast<std::size_t>(g) < num_groups_;
+  };
+  // Positions of each group, ascending (a group named twice at one position
+  // appears twice; the placement tolerates that).
+  std::vector<int> group_begin(num_groups_ + 1, 0);
+  for (std::vector<int> const& at : positions)
+    for (int g : at)
+      if (names_group(g)) ++group_begin[static_cast<std::size_t>(g) + 1];
+  for (std::size_t g = 0; g < num_groups_; ++g)
+    group_begin[g + 1] += group_begin[g];
+  std::vector<int> group_positions(static_cast<std::size_t>(group_begin.back()));
+  {
+    std::vector<int> next(group_begin.begin(), group_begin.end() - 1);
+    for (std::size_t i = 0; i < positions.size(); ++i)
+      for (int g : positions[i])
+        if (names_group(g))
+          group_positions[static_cast<std::size_t>(next[static_cast<std::size_t>(g)]++)] =
+              static_cast<int>(i);
+  }
+
+  std::vector<int> key_begin, key_groups;
+  gather_keys<Symbol const*>(
+      groups,
+      [](AtomClassifier::Group const& group, auto&& add) {
+        for (auto const& entry : group.symbols)
+          add(entry.first);
+      },
+      symbol_keys_, symbols_, key_begin, key_groups);
+  symbol_place_.build(key_begin, key_groups, group_begin, group_positions, num_positions_);
+  gather_keys<int>(
+      groups,
+      [](AtomClassifier::Group const& group, auto&& add) {
+        for (int atom : group.atoms)
+          add(atom);
+      },
+      atom_keys_, atoms_, key_begin, key_groups);
+  atom_place_.build(key_begin, key_groups, group_begin, group_positions, num_positions_);
+  fingerprint_ = group_fingerprint();
+}
+
+std::size_t CutIndex::size() const {
+  return static_cast<std::size_t>(num_positions_);
+}
+
+std::uint64_t CutIndex::group_fingerprint() const {
+  std::uint64_t h = 0xcbf29ce484222325ULL;
+  auto mix = [&h](std::uint64_t v) { h = (h ^ v) * 0x100000001b3ULL; };
+  for (AtomClassifier::Group const& g : classifier_.get_groups()) {
+    mix(g.atoms.size());
+    mix(g.symbols.size());
+  }
+  return h;
+}
+
+bool CutIndex::matches_groups() const {
+  return classifier_.get_groups().size() == num_groups_ && group_fingerprint() == fingerprint_;
+}
+
+void CutIndex::check_snapshot(char const* operation, bool full) const {
+  ORVO_REQUIRE(classifier_.get_groups().size() == num_groups_ && (!full || matches_groups()),
+               operation, "groups changed since the index was built; groups now",
+               classifier_.get_groups().size());
+  (void)operation;
+  (void)full;
+}
+
+void CutIndex::check_range(char const* operation, int first, int last) const {
+  ORVO_REQUIRE(first >= 0 && first <= last, operation, "bad first position", first);
+  ORVO_REQUIRE(last < num_positions_, operation, "last position not below size():", last);
+  (void)operation;
+  (void)first;
+  (void)last;
+}
+
+// ---- Symbols and atoms.
+
+int CutIndex::symbol_key(Symbol const* s) const {
+  auto it = symbol_keys_.find(s);
+  return it == symbol_keys_.end() ? -1 : it->second;
+}
+
+Term_ const* CutIndex::atom_term(int atom) const {
+  auto const index = static_cast<std::size_t>(static_cast<unsigned>(atom));
+  return atom < 0 || index >= env_->atom_terms.size() ? nullptr : env_->atom_terms[index];
+}
+
+bool CutIndex::symbol_is_common(Symbol const* s, int first, int last, bool include_interpreted) {
+  check_range("symbol_is_common", first, last);
+  check_snapshot("symbol_is_common", false);
+  if (!include_interpreted && env_->term_manager->is_interpreted(s)) return true;
+  int const key = symbol_key(s);
+  return key >= 0 && symbol_place_.in_A(key, first, last) && symbol_place_.in_B(key, first, last);
+}
+
+unsigned char CutIndex::get_atom_AB_flags(int atom, int first, int last) {
+  check_range("get_atom_AB_flags", first, last);
+  check_snapshot("get_atom_AB_flags", false);
+  if (atom < 0 || static_cast<std::size_t>(atom) >= env_->num_atoms()) return 0;
+  auto it = atom_keys_.find(atom);
+  if (it == atom_keys_.end()) return 0;
+  return static_cast<unsigned char>((atom_place_.in_A(it->second, first, last) ? 1 : 0) |
+                                    (atom_place_.in_B(it->second, first, last) ? 2 : 0));
+}
+
+void CutIndex::get_A_symbols(int first, int last, std::vector<Symbol const*>& out) {
+  check_range("get_A_symbols", first, last);
+  check_snapshot("get_A_symbols", true);
+  out.clear();
+  for (std::size_t k = 0; k < symbols_.size(); ++k)
+    if (symbol_place_.in_A(static_cast<int>(k), first, last)) out.push_back(symbols_[k]);
+}
+
+void CutIndex::get_B_symbols(int first, int last, std::vector<Symbol const*>& out) {
+  check_range("get_B_symbols", first, last);
+  check_snapshot("get_B_symbols", true);
+  out.clear();
+  for (std::size_t k = 0; k < symbols_.size(); ++k)
+    if (symbol_place_.in_B(static_cast<int>(k), first, last)) out.push_back(symbols_[k]);
+}
+
+// ---- Terms.
+
+CutIndex::PrefixStatus CutIndex::head_prefix(Symbol const* s) const {
+  if (env_->term_manager->is_interpreted(s)) return PrefixStatus{0, num_positions_};
+  int const key = symbol_key(s);
+  return key < 0 ? PrefixStatus{num_positions_, 0} : symbol_place_.prefix(key);
+}
+
+CutIndex::PrefixStatus& CutIndex::memo(Term_ const* t) {
+  auto const id = static_cast<std::size_t>(t->get_id());
+  if (id >= prefix_memo_.size())
+    prefix_memo_.resize(std::max(2 * prefix_memo_.size(), id + 1), PrefixStatus{unknown, 0});
+  return prefix_memo_[id];
+}
+
+bool CutIndex::seen_before(Term_ const* t) {
+  auto const id = static_cast<std::size_t>(t->get_id());
+  if (id >= seen_.size()) seen_.resize(std::max(2 * seen_.size(), id + 1), 0);
+  if (seen_[id] == walk_) return true;
+  seen_[id] = walk_;
+  return false;
+}
+
+CutIndex::PrefixStatus CutIndex::prefix_status(Term_ const* t) {
+  ORVO_REQUIRE(t != nullptr, "prefix_status", "null term, address", 0);
+  check_snapshot("prefix_status", false);
+  if (memo(t).a_from >= 0) return memo(t);
+  // Post-order over the term graph: a term's numbers combine its head
+  // symbol's with its children's, so each distinct subterm is combined once
+  // and then read from the memo by every other parent.
+  stack_.clear();
+  try {
+    stack_.push_back(t);
+    while (!stack_.empty()) {
+      Term_ const* u = stack_.back();
+      int const state = memo(u).a_from;
+      if (state >= 0) {  // finished through another parent
+        stack_.pop_back();
+        continue;
+      }
+      std::size_t const arity = u->get_arity();
+      if (state == unknown) {
+        memo(u).a_from = entered;
+        std::size_t const below = stack_.size();
+        for (std::size_t i = 0; i < arity; ++i)
+          if (memo(u->get_child(i)).a_from == unknown) stack_.push_back(u->get_child(i));
+        if (stack_.size() != below) continue;
+      }
+      PrefixStatus p = head_prefix(u->get_symbol());
+      for (std::size_t i = 0; i < arity; ++i) {
+        PrefixStatus const c = memo(u->get_child(i));
+        p.a_from = std::max(p.a_from, c.a_from);
+        p.b_below = std::min(p.b_below, c.b_below);
+      }
+      memo(u) = p;
+      stack_.pop_back();
+    }
+  } catch (...) {
+    // Every entered term is still on the stack: forget that it was entered.
+    for (Term_ const* u : stack_)
+      if (u->get_id() < prefix_memo_.size() && memo(u).a_from == entered) memo(u).a_from = unknown;
+    stack_.clear();
+    throw;
+  }
+  return memo(t);
+}
+
+int CutIndex::term_status(Term_ const* t, int first, int last) {
+  if (first == 0) {
+    PrefixStatus const p = prefix_status(t);
+    if (last < p.b_below) return 1;
+    return last >= p.a_from ? 0 : 2;
+  }
+  if (++walk_ == 0) {  // the walk numbers wrapped: old marks could match again
+    std::fill(seen_.begin(), seen_.end(), 0);
+    walk_ = 1;
+  }
+  TermManager const* tm = env_->term_manager;
+  bool a_pure = true, b_pure = true;
+  stack_.clear();
+  stack_.push_back(t);
+  while (!stack_.empty() && (a_pure || b_pure)) {
+    Term_ const* u = stack_.back();
+    stack_.pop_back();
+    if (seen_before(u)) continue;
+    Symbol const* s = u->get_symbol();
+    if (!tm->is_interpreted(s)) {
+      int const key = symbol_key(s);
+      if (a_pure && (key < 0 || !symbol_place_.in_A(key, first, last))) a_pure = false;
+      if (b_pure && (key < 0 || !symbol_place_.in_B(key, first, last))) b_pure = false;
+    }
+    for (std::size_t i = 0; i < u->get_arity(); ++i)
+      stack_.push_back(u->get_child(i));
+  }
+  stack_.clear();
+  if (b_pure) return 1;
+  return a_pure ? 0 : 2;
+}
+
+int CutIndex::get_term_status(Term_ const* t, int first, int last) {
+  ORVO_REQUIRE(t != nullptr, "get_term_status", "null term, address", 0);
+  check_range("get_term_status", first, last);
+  check_snapshot("get_term_status", false);
+  return term_status(t, first, last);
+}
+
+// ---- Status counts.
+
+CutIndex::StatusCounts CutIndex::status_counts(int first, int last) {
+  check_range("status_counts", first, last);
+  check_snapshot("status_counts", true);
+  StatusCounts counts;
+  for (int atom : atoms_) {
+    Term_ const* t = atom_term(atom);
+    if (t == nullptr) continue;
+    int const status = term_status(t, first, last);
+    ++(status == 0 ? counts.A : status == 1 ? counts.B : counts.mixed);
+  }
+  return counts;
+}
+
+std::vector<CutIndex::StatusCounts> CutIndex::prefix_status_counts() {
+  check_snapshot("prefix_status_counts", true);
+  std::size_t const n = size();
+  std::vector<StatusCounts> out(n);
+  // First as histograms: out[r].B counts the atoms whose B-purity ends at r,
+  // out[r].A those that are A-pure and not B-pure from r on.
+  std::size_t total = 0;
+  for (int atom : atoms_) {
+    Term_ const* t = atom_term(atom);
+    if (t == nullptr) continue;
+    ++total;
+    PrefixStatus const p = prefix_status(t);
+    if (static_cast<std::size_t>(p.b_below) < n) ++out[static_cast<std::size_t>(p.b_below)].B;
+    auto const a = static_cast<std::size_t>(std::max(p.a_from, p.b_below));
+    if (a < n) ++out[a].A;
+  }
+  std::size_t b_ended = 0, a_pure = 0;
+  for (StatusCounts& c : out) {
+    b_ended += c.B;
+    a_pure += c.A;
+    c.B = total - b_ended;
+    c.A = a_pure;
+    c.mixed = total - c.A - c.B;
+  }
+  return out;
+}
+
+}  // namespace itp
+}  // namespace orvo

@@ -1,0 +1,203 @@
+// The cut index against the classifier itself: random hosts (shared term
+// graphs with deep chains, interpreted and reserved symbols, atoms without a
+// term), random groups and random positions (sequences, several groups per
+// position, repeated, missing and invalid group indices), and for every range
+// of positions every answer compared with the classifier's after set_A_groups
+// of the groups in that range.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "classifier/cut_index.h"
+#include "host/host.h"
+#include "support/alloc_hook.h"
+
+namespace orvo {
+namespace itp {
+namespace {
+
+using Counts = CutIndex::StatusCounts;
+
+struct Instance {
+  explicit Instance(unsigned seed) : rng(seed) {
+    env.term_manager = &tm;
+    c.set_env(&env);
+    Type const* ints = tm.make_type("Int");
+    Type const* b = tm.get_bool_type();
+    for (int i = 0; i < 6; ++i)
+      symbols.push_back(tm.make_symbol("x" + std::to_string(i), 0, ints, i == 5));
+    symbols.push_back(tm.make_symbol("f", 2, ints));
+    symbols.push_back(tm.make_symbol("g", 1, ints));
+    symbols.push_back(tm.make_symbol("+", 2, ints, true));
+    symbols.push_back(tm.make_symbol("p", 1, b));
+    symbols.push_back(tm.make_symbol("<", 2, b, true));
+    symbols.push_back(tm.get_reserved_symbols()[2]);  // not
+    for (int i = 0; i < 6; ++i)
+      terms.push_back(tm.make_term(symbols[static_cast<std::size_t>(i)]));
+    for (int i = 0; i < 30; ++i) {  // a shared graph: children drawn from all terms so far
+      Symbol const* s = symbols[6 + pick(6)];
+      std::vector<Term_ const*> args;
+      for (std::size_t k = 0; k < s->get_arity(); ++k)
+        args.push_back(terms[terms.size() - 1 - pick(std::min<int>(8, int(terms.size())))]);
+      terms.push_back(tm.make_term(s, args));
+    }
+    Term_ const* chain = terms[static_cast<std::size_t>(pick(6))];  // 2^depth paths
+    for (int d = pick(11); d > 0; --d)
+      chain = tm.make_term(symbols[6], {chain, terms[static_cast<std::size_t>(pick(6))]}),
+      chain = tm.make_term(symbols[6], {chain, chain});
+    terms.push_back(tm.make_term(symbols[9], {chain}));
+    for (std::size_t i = 6; i < terms.size(); ++i)
+      env.new_atom(terms[i]);  // Boolean or not, headed by a reserved symbol or not
+    env.new_atom(nullptr);
+    int const groups = 1 + pick(9);
+    for (int i = pick(40); i >= 0; --i)
+      c.add_atom(pick(int(env.num_atoms())), pick(groups));
+    c.add_atom(int(env.num_atoms()) + pick(2), pick(groups));  // beyond the host's atoms
+    positions.resize(static_cast<std::size_t>(1 + pick(8)));
+    bool const sequence = pick(3) == 0;
+    for (std::size_t i = 0; i < positions.size(); ++i) {
+      if (sequence) positions[i].push_back(int(i));
+      for (int k = sequence ? 0 : pick(4); k > 0; --k)
+        positions[i].push_back(pick(groups + 4) - 2);
+    }
+  }
+  int pick(int n) { return std::uniform_int_distribution<int>(0, n - 1)(rng); }
+
+  std::mt19937 rng;
+  TermManager tm;
+  Environment env;
+  AtomClassifier c;
+  std::vector<Symbol const*> symbols;
+  std::vector<Term_ const*> terms;
+  std::vector<std::vector<int>> positions;
+};
+
+std::vector<Symbol const*> sorted(std::vector<Symbol const*> v) {
+  std::sort(v.begin(), v.end());
+  return v;
+}
+std::vector<Symbol const*> sorted(hsh::HashSet<Symbol const*> const& set) {
+  return sorted(std::vector<Symbol const*>(set.begin(), set.end()));
+}
+bool operator==(Counts const& x, Counts const& y) {
+  return x.A == y.A && x.B == y.B && x.mixed == y.mixed;
+}
+
+TEST(CutIndex, EveryRangeAnswersAsTheClassifierAfterSetAGroups) {
+  for (unsigned seed = 1; seed <= 150; ++seed) {
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    Instance in(seed);
+    CutIndex index(in.c, in.positions);
+    int const n = int(index.size());
+    ASSERT_EQ(std::size_t(n), in.positions.size());
+    std::set<int> held;  // distinct atoms of the groups, for the status counts
+    for (auto const& g : in.c.get_groups())
+      held.insert(g.atoms.begin(), g.atoms.end());
+    std::vector<Counts> prefix;
+    std::vector<Symbol const*> out;
+    for (int first = n - 1; first >= 0; --first) {  // middle ranges first: walks before the memo
+      for (int last = first; last < n; ++last) {
+        std::vector<int> a;
+        for (int i = first; i <= last; ++i)
+          a.insert(a.end(), in.positions[std::size_t(i)].begin(),
+                   in.positions[std::size_t(i)].end());
+        in.c.set_A_groups(a);
+        for (Symbol const* s : in.symbols)
+          for (bool interpreted : {false, true})
+            ASSERT_EQ(index.symbol_is_common(s, first, last, interpreted),
+                      in.c.symbol_is_common(s, interpreted))
+                << s->get_name() << " " << first << ".." << last;
+        for (auto t = in.terms.rbegin(); t != in.terms.rend(); ++t) {  // roots first
+          ASSERT_EQ(index.get_term_status(*t, first, last), in.c.get_term_status(*t))
+              << (*t)->get_id() << " in " << first << ".." << last;
+          if (first > 0) continue;
+          CutIndex::PrefixStatus const p = index.prefix_status(*t);
+          ASSERT_EQ(last >= p.a_from, in.c.term_is_A_pure(*t));
+          ASSERT_EQ(last < p.b_below, in.c.term_is_B_pure(*t));
+        }
+        auto const& flags = in.c.get_atom_AB_flags();
+        for (int atom = -1; atom <= int(in.env.num_atoms()) + 1; ++atom)
+          ASSERT_EQ(index.get_atom_AB_flags(atom, first, last),
+                    atom >= 0 && atom < int(flags.size()) ? flags[std::size_t(atom)] : 0)
+              << "atom " << atom;
+        index.get_A_symbols(first, last, out);
+        ASSERT_EQ(sorted(out), sorted(in.c.get_A_symbols()));
+        index.get_B_symbols(first, last, out);
+        ASSERT_EQ(sorted(out), sorted(in.c.get_B_symbols()));
+        Counts expected;
+        for (int atom : held) {
+          if (atom >= int(in.env.num_atoms()) || in.env.atom_terms[std::size_t(atom)] == nullptr)
+            continue;
+          int const status = in.c.get_term_status(in.env.atom_terms[std::size_t(atom)]);
+          ++(status == 0 ? expected.A : status == 1 ? expected.B : expected.mixed);
+        }
+        ASSERT_TRUE(index.status_counts(first, last) == expected);
+        if (first == 0) {
+          if (prefix.empty()) prefix = index.prefix_status_counts();
+          ASSERT_TRUE(prefix[std::size_t(last)] == expected) << "prefix " << last;
+        }
+      }
+    }
+  }
+}
+
+// A prefix walk that runs out of memory part way leaves nothing half-known:
+// once memory is back, the answers are those of an index that never failed.
+TEST(CutIndex, PrefixWalkRecoversFromAllocationFailure) {
+  Instance in(7), fresh(7);
+  CutIndex index(in.c, in.positions), reference(fresh.c, fresh.positions);
+  Term_ const* root = in.terms.back();
+  for (std::size_t k = 1;; ++k) {
+    bool failed = false;
+    {
+      test::FailureScope scope(k);
+      try {
+        index.prefix_status(root);
+      } catch (std::bad_alloc const&) {
+        failed = true;
+      }
+    }
+    if (!failed) break;
+  }
+  for (std::size_t i = 0; i < in.terms.size(); ++i) {
+    CutIndex::PrefixStatus const p = index.prefix_status(in.terms[i]);
+    CutIndex::PrefixStatus const q = reference.prefix_status(fresh.terms[i]);
+    ASSERT_EQ(p.a_from, q.a_from);
+    ASSERT_EQ(p.b_below, q.b_below);
+  }
+}
+
+// Walks mark what they have seen: a chain with 2^64 paths, all of its
+// symbols interpreted so that no walk stops early, costs its 65 nodes.
+TEST(CutIndex, SharedSubtermsAreWalkedOnce) {
+  Instance in(5);
+  in.positions.resize(3);  // the range below must not start at 0: that is the memo's path
+  Term_ const* chain = in.terms[5];
+  for (int d = 0; d < 64; ++d)
+    chain = in.tm.make_term(in.symbols[8], {chain, chain});
+  CutIndex index(in.c, in.positions);
+  EXPECT_EQ(index.get_term_status(chain, 1, 2), 1);
+  EXPECT_EQ(index.prefix_status(chain).b_below, 3);
+}
+
+TEST(CutIndex, NoticesGroupsChangedAfterTheBuild) {
+  Instance in(3);
+  CutIndex index(in.c, in.positions);
+  EXPECT_TRUE(index.matches_groups());
+  in.c.add_atom(in.env.new_atom(nullptr), 0);  // a new atom: group 0's atom set grows
+  EXPECT_FALSE(index.matches_groups());
+#ifndef NDEBUG
+  EXPECT_DEATH(index.status_counts(0, 0), "invalid API usage of 'status_counts': groups changed");
+  in.c.new_group_index();
+  EXPECT_DEATH(index.get_term_status(in.terms[0], 0, 0), "'get_term_status': groups changed");
+  EXPECT_DEATH(index.get_term_status(in.terms[0], 0, int(index.size())), "not below size");
+#endif
+}
+
+}  // namespace
+}  // namespace itp
+}  // namespace orvo

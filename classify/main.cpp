@@ -47,6 +47,7 @@ int main(int argc, char** argv) {
     std::string const arg = argv[i];
     if (arg == "--json") {
       json = true;
+      options.symbol_lists = true;
     } else if (arg == "--atoms") {
       options.atoms = true;
     } else if (arg == "--dump") {

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "classifier/atom_classifier.h"
+#include "classifier/cut_index.h"
 #include "host/host.h"
 #include "smtlib/host_terms.h"
 #include "smtlib/sexpr.h"
@@ -320,55 +321,116 @@ class Problem {
     }
     QueryReport q;
     q.line = command.where.line;
-    for (std::size_t i = 0; i + 1 < items.size(); ++i) {
-      std::vector<int> A;
-      for (std::size_t p = items[i].first; p <= i; ++p)
-        A.insert(A.end(), positions[p].begin(), positions[p].end());
-      std::sort(A.begin(), A.end());
-      A.erase(std::unique(A.begin(), A.end()), A.end());
-      q.partitions.push_back(partition(smtlib::flat_text(*items[i].node), A));
+    if (items.size() >= 2) {
+      // One index answers every cut of the query; a sequence query (every
+      // subtree starts at position 0) gets all its status counts at once.
+      itp::CutIndex index(classifier_, positions);
+      bool const sequence =
+          std::all_of(items.begin(), items.end(), [](Item const& it) { return it.first == 0; });
+      std::vector<itp::CutIndex::StatusCounts> prefix;
+      if (sequence) prefix = index.prefix_status_counts();
+      for (std::size_t i = 0; i + 1 < items.size(); ++i) {
+        Cut cut{smtlib::flat_text(*items[i].node),
+                {},
+                static_cast<int>(items[i].first),
+                static_cast<int>(i)};
+        for (std::size_t p = items[i].first; p <= i; ++p)
+          cut.A.insert(cut.A.end(), positions[p].begin(), positions[p].end());
+        std::sort(cut.A.begin(), cut.A.end());
+        cut.A.erase(std::unique(cut.A.begin(), cut.A.end()), cut.A.end());
+        PartitionReport r = by_index(index, cut, sequence ? &prefix[i] : nullptr);
+        if (options_.check || options_.dump) {
+          PartitionReport c = by_classifier(cut);
+          if (options_.check) compare(r, c, *items[i].node);
+          r.dump = std::move(c.dump);
+        }
+        q.partitions.push_back(std::move(r));
+      }
     }
     report_.timing.partitions += q.partitions.size();
     report_.queries.push_back(std::move(q));
     report_.timing.queries += seconds_since(start);
   }
 
-  void add_name(Symbol const* s, std::vector<std::string>& out) const {
-    if (!tm_.is_interpreted(s)) out.push_back(terms_.name_of(s));
-  }
+  // One partition of a query: A is the groups at positions first..last.
+  struct Cut {
+    std::string node;
+    std::vector<int> A;  // sorted group indices
+    int first;
+    int last;
+  };
 
-  // The classifier's answers with partition A = `A` (sorted group indices).
-  PartitionReport partition(std::string node, std::vector<int> const& A) {
-    PartitionReport r;
-    r.node = std::move(node);
-    for (int g : A)
-      r.A.push_back(groups_[g].name);
-    bool const prefix = !A.empty() && A.front() == 0 && A.back() == static_cast<int>(A.size()) - 1;
-    if (prefix)
-      classifier_.set_frontier(A.back());
-    else
-      classifier_.set_A_groups(A);
-    for (Symbol const* s : classifier_.get_A_symbols()) {
-      add_name(s, r.A_symbols);
-      if (!tm_.is_interpreted(s) &&
-          classifier_.get_B_symbols().find(s) != classifier_.get_B_symbols().end())
-        r.common.push_back(terms_.name_of(s));
-    }
-    for (Symbol const* s : classifier_.get_B_symbols())
-      add_name(s, r.B_symbols);
-    std::sort(r.A_symbols.begin(), r.A_symbols.end());
-    std::sort(r.B_symbols.begin(), r.B_symbols.end());
-    std::sort(r.common.begin(), r.common.end());
-    // Every distinct atom some group holds now.
+  bool lists() const { return options_.symbol_lists || options_.check; }
+
+  // Every distinct atom some group holds now, by atom variable.
+  std::vector<int> held_atoms() const {
     std::vector<char> held(env_.num_atoms(), 0);
     for (auto const& group : classifier_.get_groups())
       for (int a : group.atoms)
         held[a] = 1;
-    for (std::size_t a = 0; a < held.size(); ++a) {
-      if (!held[a]) continue;
+    std::vector<int> out;
+    for (std::size_t a = 0; a < held.size(); ++a)
+      if (held[a]) out.push_back(static_cast<int>(a));
+    return out;
+  }
+
+  void names_of(std::vector<Symbol const*> const& symbols, std::vector<std::string>& out) const {
+    for (Symbol const* s : symbols)
+      add_name(s, out);
+    std::sort(out.begin(), out.end());
+  }
+
+  PartitionReport by_index(itp::CutIndex& index, Cut const& cut,
+                           itp::CutIndex::StatusCounts const* prefix) {
+    PartitionReport r;
+    r.node = cut.node;
+    for (int g : cut.A)
+      r.A.push_back(groups_[g].name);
+    index.get_A_symbols(cut.first, cut.last, scratch_);
+    for (Symbol const* s : scratch_)
+      if (!tm_.is_interpreted(s) && index.symbol_is_common(s, cut.first, cut.last, true))
+        r.common.push_back(terms_.name_of(s));
+    std::sort(r.common.begin(), r.common.end());
+    if (lists()) {
+      names_of(scratch_, r.A_symbols);
+      index.get_B_symbols(cut.first, cut.last, scratch_);
+      names_of(scratch_, r.B_symbols);
+    }
+    itp::CutIndex::StatusCounts const n =
+        prefix != nullptr ? *prefix : index.status_counts(cut.first, cut.last);
+    r.atoms = StatusCounts{n.A, n.B, n.mixed};
+    if (options_.atoms || options_.check)
+      for (int a : held_atoms())
+        r.atom_list.push_back(
+            AtomStatus{atom_exprs_[a].to_string(),
+                       index.get_term_status(env_.atom_terms[a], cut.first, cut.last)});
+    return r;
+  }
+
+  // The same answers from the classifier itself, after choosing the partition.
+  PartitionReport by_classifier(Cut const& cut) {
+    PartitionReport r;
+    r.node = cut.node;
+    for (int g : cut.A)
+      r.A.push_back(groups_[g].name);
+    std::vector<int> const& A = cut.A;
+    if (!A.empty() && A.front() == 0 && A.back() == static_cast<int>(A.size()) - 1)
+      classifier_.set_frontier(A.back());
+    else
+      classifier_.set_A_groups(A);
+    auto const& B_set = classifier_.get_B_symbols();
+    scratch_.assign(classifier_.get_A_symbols().begin(), classifier_.get_A_symbols().end());
+    for (Symbol const* s : scratch_)
+      if (!tm_.is_interpreted(s) && B_set.find(s) != B_set.end())
+        r.common.push_back(terms_.name_of(s));
+    std::sort(r.common.begin(), r.common.end());
+    names_of(scratch_, r.A_symbols);
+    scratch_.assign(B_set.begin(), B_set.end());
+    names_of(scratch_, r.B_symbols);
+    for (int a : held_atoms()) {
       int const status = classifier_.get_term_status(env_.atom_terms[a]);
       (status == 0 ? r.atoms.A : status == 1 ? r.atoms.B : r.atoms.mixed) += 1;
-      if (options_.atoms) r.atom_list.push_back(AtomStatus{atom_exprs_[a].to_string(), status});
+      r.atom_list.push_back(AtomStatus{atom_exprs_[a].to_string(), status});
     }
     if (options_.dump) {
       std::ostringstream text;
@@ -385,6 +447,28 @@ class Problem {
     return r;
   }
 
+  // --check: the index must give exactly the classifier's answers.
+  static void compare(PartitionReport const& index, PartitionReport const& classifier,
+                      SExpr const& item) {
+    char const* field = index.A_symbols != classifier.A_symbols   ? "the A symbols"
+                        : index.B_symbols != classifier.B_symbols ? "the B symbols"
+                        : index.common != classifier.common       ? "the common symbols"
+                        : index.atoms.A != classifier.atoms.A ||
+                                index.atoms.B != classifier.atoms.B ||
+                                index.atoms.mixed != classifier.atoms.mixed
+                            ? "the atom counts"
+                            : nullptr;
+    for (std::size_t a = 0; field == nullptr && a < index.atom_list.size(); ++a)
+      if (index.atom_list[a].status != classifier.atom_list[a].status) field = "an atom's status";
+    if (field != nullptr)
+      throw ScriptError(item.where, std::string("the cut index and the classifier differ on ") +
+                                        field + " of partition " + index.node);
+  }
+
+  void add_name(Symbol const* s, std::vector<std::string>& out) const {
+    if (!tm_.is_interpreted(s)) out.push_back(terms_.name_of(s));
+  }
+
   std::string file_;
   Options options_;
   std::ostream& warnings_;
@@ -398,6 +482,7 @@ class Problem {
   std::vector<std::size_t> marks_;                           // groups before each open level
   std::vector<z3::expr> atom_exprs_;                         // atom variable -> z3 term
   std::unordered_set<std::string> warned_;                   // commands warned about
+  std::vector<Symbol const*> scratch_;                       // symbol sets of one cut
   int next_clause_ = 0;
   ProblemReport report_;
 };

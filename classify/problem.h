@@ -33,6 +33,7 @@ struct Options {
   bool atoms = false;  // report each atom with its status
   bool dump = false;   // add the classifier's debug dump of every partition
   bool check = false;  // answer every partition twice, by cut index and classifier, and compare
+  bool symbol_lists = false;  // fill the A and B symbol lists (the JSON document has them)
 };
 
 // Atoms by status: 0 A (A-pure only), 1 B (B-pure), 2 mixed.
@@ -50,8 +51,8 @@ struct AtomStatus {
 struct PartitionReport {
   std::string node;                    // the item's text
   std::vector<std::string> A;          // names of the A groups, in group order
-  std::vector<std::string> A_symbols;  // uninterpreted, sorted by bytes
-  std::vector<std::string> B_symbols;
+  std::vector<std::string> A_symbols;  // uninterpreted, sorted by bytes; with symbol_lists
+  std::vector<std::string> B_symbols;  // likewise
   std::vector<std::string> common;
   StatusCounts atoms;
   std::vector<AtomStatus> atom_list;  // with Options::atoms, by atom variable

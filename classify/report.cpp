@@ -14,13 +14,20 @@ using Json = nlohmann::ordered_json;
 
 char const* const status_names[3] = {"A", "B", "mixed"};
 
+// The names on one line; a long list shows its ends and its length.
 std::string joined(std::vector<std::string> const& names) {
   if (names.empty()) return "-";
+  std::size_t const n = names.size();
   std::string out;
-  for (std::string const& n : names) {
+  for (std::size_t i = 0; i < n; ++i) {
+    if (n > 12 && i == 5) {
+      out += " ...";
+      i = n - 4;
+    }
     if (!out.empty()) out += ' ';
-    out += n;
+    out += names[i];
   }
+  if (n > 12) out += " (" + std::to_string(n) + ")";
   return out;
 }
 

@@ -19,7 +19,15 @@ using orvo::classify::Options;
 using orvo::classify::ProblemReport;
 namespace fs = std::filesystem;
 
-ProblemReport run(std::string const& script, Options options = {}) {
+// Every partition is answered by the cut index and by the classifier, and
+// the two must agree.
+Options const checked = [] {
+  Options o;
+  o.symbol_lists = o.check = true;
+  return o;
+}();
+
+ProblemReport run(std::string const& script, Options options = checked) {
   std::ostringstream warnings;
   return orvo::classify::classify_problem("t.smt2", script, options, warnings);
 }
@@ -29,7 +37,8 @@ std::string error_of(std::string const& script) {
   try {
     run(script);
   } catch (orvo::smtlib::ScriptError const& e) {
-    return std::to_string(e.where().line) + ":" + std::to_string(e.where().column) + ": " + e.what();
+    return std::to_string(e.where().line) + ":" + std::to_string(e.where().column) + ": " +
+           e.what();
   }
   return "no error";
 }
@@ -37,15 +46,15 @@ std::string error_of(std::string const& script) {
 std::string const ints = "(declare-fun x () Int)(declare-fun y () Int)(declare-fun z () Int)\n";
 
 TEST(ClassifyRules, AtomsAreTheBooleanLeavesAndClausesTheLiteralConjuncts) {
-  ProblemReport r = run(
-      "(declare-fun p () Bool)(declare-fun q () Bool)" + ints +
-      // chained <= becomes two atoms; (= p q) over Bool is walked into; ite of
-      // sort Bool is a connective and its Int-sorted sibling is inside an atom
-      "(assert (and (<= x y z) (= p q) (ite p (> x 0) (< (ite q x y) 0))))\n"
-      // literals, a negation, an or of literals, the same literal twice, a
-      // one-literal or; (=> p q) and (or p true) give atoms but no clause
-      "(assert (and p (not q) (or p (not (> x 0))) p (or q) (=> p q) (or p true) true))\n"
-      "(assert (forall ((v Int)) (> v x)))");
+  ProblemReport r =
+      run("(declare-fun p () Bool)(declare-fun q () Bool)" + ints +
+          // chained <= becomes two atoms; (= p q) over Bool is walked into; ite of
+          // sort Bool is a connective and its Int-sorted sibling is inside an atom
+          "(assert (and (<= x y z) (= p q) (ite p (> x 0) (< (ite q x y) 0))))\n"
+          // literals, a negation, an or of literals, the same literal twice, a
+          // one-literal or; (=> p q) and (or p true) give atoms but no clause
+          "(assert (and p (not q) (or p (not (> x 0))) p (or q) (=> p q) (or p true) true))\n"
+          "(assert (forall ((v Int)) (> v x)))");
   ASSERT_EQ(r.groups.size(), 3u);
   EXPECT_EQ(r.groups[0].atoms, 6u);  // <= twice, p, q, > x 0, < (ite ..) 0
   EXPECT_EQ(r.groups[0].clauses, 2u);
@@ -59,13 +68,14 @@ TEST(ClassifyRules, AtomsAreTheBooleanLeavesAndClausesTheLiteralConjuncts) {
 }
 
 TEST(ClassifyRules, DefinitionsExpandAndScopesFollowPushAndPop) {
-  ProblemReport r = run(ints +
-                        "(define-fun inc ((v Int)) Int (+ v 1))\n"
-                        "(define-sort I () Int)(declare-datatypes ((T 0)) (((leaf) (node (val I)))))\n"
-                        "(push 1)(declare-fun w () Real)(assert (! (> w (to_real (inc x))) :named a))\n"
-                        "(pop 1)(declare-fun w () Bool)(assert (! (and w (= (val (node y)) z)) :named b))\n"
-                        "(assert (! (> (inc (inc x)) 0) :named c))\n"
-                        "(get-interpolants a b c)");
+  ProblemReport r =
+      run(ints +
+          "(define-fun inc ((v Int)) Int (+ v 1))\n"
+          "(define-sort I () Int)(declare-datatypes ((T 0)) (((leaf) (node (val I)))))\n"
+          "(push 1)(declare-fun w () Real)(assert (! (> w (to_real (inc x))) :named a))\n"
+          "(pop 1)(declare-fun w () Bool)(assert (! (and w (= (val (node y)) z)) :named b))\n"
+          "(assert (! (> (inc (inc x)) 0) :named c))\n"
+          "(get-interpolants a b c)");
   ASSERT_EQ(r.groups.size(), 3u);
   EXPECT_EQ(r.groups[0].atoms, 0u);  // popped: empty, name kept
   EXPECT_EQ(r.groups[0].name, "a");
@@ -83,7 +93,8 @@ TEST(ClassifyRules, DefinitionsExpandAndScopesFollowPushAndPop) {
   EXPECT_EQ(p[1].atoms.B, 1u);
 
   EXPECT_EQ(error_of(ints + "(declare-fun x () Real)").substr(0, 4), "2:1:");
-  EXPECT_EQ(error_of(ints + "(push 1)(declare-fun x () Real)(pop 1)(assert (> x 0.5))"), "no error");
+  EXPECT_EQ(error_of(ints + "(push 1)(declare-fun x () Real)(pop 1)(assert (> x 0.5))"),
+            "no error");
   EXPECT_EQ(error_of(ints + "(declare-fun x () Int)(assert (> x 0))"), "no error");
 }
 
@@ -99,10 +110,14 @@ TEST(ClassifyRules, QueriesNameGroupsAndSubtreesInPostOrder) {
   ASSERT_EQ(r.queries.size(), 3u);
   auto const& tree = r.queries[0].partitions;
   ASSERT_EQ(tree.size(), 6u);
-  std::vector<std::vector<std::string>> const A = {{"P0"}, {"P1"}, {"P0", "P1", "P2"}, {"P3"},
+  std::vector<std::vector<std::string>> const A = {{"P0"},
+                                                   {"P1"},
+                                                   {"P0", "P1", "P2"},
+                                                   {"P3"},
                                                    {"P4", "P4"},  // both live groups named P4
                                                    {"P0", "P3", "P4", "P4"}};
-  for (std::size_t i = 0; i < A.size(); ++i) EXPECT_EQ(tree[i].A, A[i]) << i;
+  for (std::size_t i = 0; i < A.size(); ++i)
+    EXPECT_EQ(tree[i].A, A[i]) << i;
   EXPECT_EQ(tree[5].node, "(and P3 P0)");
   EXPECT_EQ(tree[4].common, (std::vector<std::string>{"x", "y", "z"}));
   EXPECT_EQ(r.queries[0].line, 6);
@@ -120,7 +135,8 @@ TEST(ClassifyRules, ErrorsStopAtTheirPlace) {
       {"(declare-sort Int 0)", "1:1: z3 rejects the command"},
       {"(declare-datatypes ((List 0)) (((nil))))", "1:1: z3 rejects"},
       {"(push 2)(pop 1)\n(pop 2)", "2:1: pop of 2 levels below level 0"},
-      {"(assert (! true :named a))(get-interpolants a (and a b))", "1:54: unknown assertion name 'b'"},
+      {"(assert (! true :named a))(get-interpolants a (and a b))",
+       "1:54: unknown assertion name 'b'"},
       {"(assert true))", "1:14: unexpected ')'"},
       {"(assert true)\n(assert (> 1 0)", "2:1: unbalanced"},
       {"(echo \"unterminated)", "1:7: unterminated string"},
@@ -135,7 +151,8 @@ TEST(ClassifyRules, ErrorsStopAtTheirPlace) {
   EXPECT_NE(error_of("(declare-datatypes ((List 0)) (((nil))))").find("as a datatype"),
             std::string::npos);
   // Windows line ends read like any other; a comment may hold anything.
-  EXPECT_EQ(error_of("; ( \" |\r\n(assert true)\r\n  (pop 1)"), "3:3: pop of 1 levels below level 0 (0 open)");
+  EXPECT_EQ(error_of("; ( \" |\r\n(assert true)\r\n  (pop 1)"),
+            "3:3: pop of 1 levels below level 0 (0 open)");
 }
 
 // Every problem under `dir` against its document (FILE.json beside FILE.smt2,
@@ -153,12 +170,13 @@ void check_goldens(fs::path const& problems, fs::path const& expected) {
     std::string const name = entry.path().filename().string();
     std::ostringstream warnings, out;
     try {
-      orvo::classify::write_json(out, {orvo::classify::classify_problem(name, text.str(), {}, warnings)});
+      orvo::classify::write_json(
+          out, {orvo::classify::classify_problem(name, text.str(), checked, warnings)});
       EXPECT_EQ(nlohmann::json::parse(out.str()), want) << entry.path();
     } catch (orvo::smtlib::ScriptError const& e) {
       ASSERT_TRUE(want.contains("error")) << entry.path() << ": " << e.what();
-      std::string const where =
-          name + ":" + std::to_string(e.where().line) + ":" + std::to_string(e.where().column) + ":";
+      std::string const where = name + ":" + std::to_string(e.where().line) + ":" +
+                                std::to_string(e.where().column) + ":";
       EXPECT_EQ(want["error"].get<std::string>().substr(0, where.size()), where);
     }
     ++checked;

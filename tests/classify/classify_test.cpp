@@ -158,7 +158,7 @@ TEST(ClassifyRules, ErrorsStopAtTheirPlace) {
 // Every problem under `dir` against its document (FILE.json beside FILE.smt2,
 // or under `expected` mirrored): the same JSON, or an error at the same place.
 void check_goldens(fs::path const& problems, fs::path const& expected) {
-  std::size_t checked = 0;
+  std::size_t count = 0;
   for (auto const& entry : fs::recursive_directory_iterator(problems)) {
     if (entry.path().extension() != ".smt2") continue;
     fs::path const doc = expected / fs::relative(entry.path(), problems).replace_extension(".json");
@@ -179,9 +179,9 @@ void check_goldens(fs::path const& problems, fs::path const& expected) {
                                 std::to_string(e.where().column) + ":";
       EXPECT_EQ(want["error"].get<std::string>().substr(0, where.size()), where);
     }
-    ++checked;
+    ++count;
   }
-  EXPECT_GT(checked, 0u) << problems;
+  EXPECT_GT(count, 0u) << problems;
 }
 
 TEST(ClassifyGolden, BundledProblems) {

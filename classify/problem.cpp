@@ -328,7 +328,11 @@ class Problem {
       bool const sequence =
           std::all_of(items.begin(), items.end(), [](Item const& it) { return it.first == 0; });
       std::vector<itp::CutIndex::StatusCounts> prefix;
-      if (sequence) prefix = index.prefix_status_counts();
+      std::vector<std::vector<std::string>> common;
+      if (sequence) {
+        prefix = index.prefix_status_counts();
+        common = prefix_common(positions);
+      }
       for (std::size_t i = 0; i + 1 < items.size(); ++i) {
         Cut cut{smtlib::flat_text(*items[i].node),
                 {},
@@ -338,7 +342,8 @@ class Problem {
           cut.A.insert(cut.A.end(), positions[p].begin(), positions[p].end());
         std::sort(cut.A.begin(), cut.A.end());
         cut.A.erase(std::unique(cut.A.begin(), cut.A.end()), cut.A.end());
-        PartitionReport r = by_index(index, cut, sequence ? &prefix[i] : nullptr);
+        PartitionReport r =
+            by_index(index, cut, sequence ? &prefix[i] : nullptr, sequence ? &common[i] : nullptr);
         if (options_.check || options_.dump) {
           PartitionReport c = by_classifier(cut);
           if (options_.check) compare(r, c, *items[i].node);
@@ -380,18 +385,66 @@ class Problem {
     std::sort(out.begin(), out.end());
   }
 
+  // The common symbols of every prefix cut of a sequence query, from one
+  // sweep instead of one pass over partition A per cut: a symbol is in A
+  // from the first position whose groups hold it on, and in B below the
+  // last such position (always, when a group at no position holds it).
+  std::vector<std::vector<std::string>> prefix_common(
+      std::vector<std::vector<int>> const& positions) const {
+    int const n = static_cast<int>(positions.size());
+    auto const& groups = classifier_.get_groups();
+    std::vector<int> enters(groups.size(), n);  // first position of each group; n: none
+    for (int p = n; p-- > 0;)
+      for (int g : positions[p])
+        if (g >= 0 && static_cast<std::size_t>(g) < groups.size()) enters[g] = p;
+    std::unordered_map<Symbol const*, std::pair<int, int>> span;  // [in A from, in B below)
+    for (std::size_t g = 0; g < groups.size(); ++g)
+      for (auto const& entry : groups[g].symbols) {
+        if (tm_.is_interpreted(entry.first)) continue;
+        auto [it, fresh] = span.emplace(entry.first, std::make_pair(enters[g], enters[g]));
+        if (!fresh) {
+          it->second.first = std::min(it->second.first, enters[g]);
+          it->second.second = std::max(it->second.second, enters[g]);
+        }
+      }
+    std::vector<std::vector<Symbol const*>> starts(n + 1), stops(n + 1);
+    for (auto const& [symbol, range] : span) {
+      if (range.first >= range.second) continue;
+      starts[range.first].push_back(symbol);
+      stops[range.second].push_back(symbol);
+    }
+    std::vector<std::vector<std::string>> out(n);
+    std::unordered_set<Symbol const*> active;
+    for (int r = 0; r < n; ++r) {
+      for (Symbol const* s : starts[r])
+        active.insert(s);
+      for (Symbol const* s : stops[r])
+        active.erase(s);
+      for (Symbol const* s : active)
+        out[r].push_back(terms_.name_of(s));
+      std::sort(out[r].begin(), out[r].end());
+    }
+    return out;
+  }
+
   PartitionReport by_index(itp::CutIndex& index, Cut const& cut,
-                           itp::CutIndex::StatusCounts const* prefix) {
+                           itp::CutIndex::StatusCounts const* prefix,
+                           std::vector<std::string>* prefix_common) {
     PartitionReport r;
     r.node = cut.node;
     for (int g : cut.A)
       r.A.push_back(groups_[g].name);
-    index.get_A_symbols(cut.first, cut.last, scratch_);
-    for (Symbol const* s : scratch_)
-      if (!tm_.is_interpreted(s) && index.symbol_is_common(s, cut.first, cut.last, true))
-        r.common.push_back(terms_.name_of(s));
-    std::sort(r.common.begin(), r.common.end());
+    if (prefix_common != nullptr) {
+      r.common = std::move(*prefix_common);
+    } else {
+      index.get_A_symbols(cut.first, cut.last, scratch_);
+      for (Symbol const* s : scratch_)
+        if (!tm_.is_interpreted(s) && index.symbol_is_common(s, cut.first, cut.last, true))
+          r.common.push_back(terms_.name_of(s));
+      std::sort(r.common.begin(), r.common.end());
+    }
     if (lists()) {
+      index.get_A_symbols(cut.first, cut.last, scratch_);
       names_of(scratch_, r.A_symbols);
       index.get_B_symbols(cut.first, cut.last, scratch_);
       names_of(scratch_, r.B_symbols);

@@ -333,15 +333,15 @@ class Problem {
         prefix = index.prefix_status_counts();
         common = prefix_common(positions);
       }
+      std::vector<int> A;  // the A groups of the cut, sorted; grown cut by cut for a sequence
       for (std::size_t i = 0; i + 1 < items.size(); ++i) {
-        Cut cut{smtlib::flat_text(*items[i].node),
-                {},
-                static_cast<int>(items[i].first),
-                static_cast<int>(i)};
-        for (std::size_t p = items[i].first; p <= i; ++p)
-          cut.A.insert(cut.A.end(), positions[p].begin(), positions[p].end());
-        std::sort(cut.A.begin(), cut.A.end());
-        cut.A.erase(std::unique(cut.A.begin(), cut.A.end()), cut.A.end());
+        if (!sequence) A.clear();
+        for (std::size_t p = sequence ? i : items[i].first; p <= i; ++p)
+          for (int g : positions[p])
+            A.insert(std::lower_bound(A.begin(), A.end(), g), g);
+        A.erase(std::unique(A.begin(), A.end()), A.end());
+        Cut const cut{smtlib::flat_text(*items[i].node), A, static_cast<int>(items[i].first),
+                      static_cast<int>(i)};
         PartitionReport r =
             by_index(index, cut, sequence ? &prefix[i] : nullptr, sequence ? &common[i] : nullptr);
         if (options_.check || options_.dump) {
@@ -360,10 +360,21 @@ class Problem {
   // One partition of a query: A is the groups at positions first..last.
   struct Cut {
     std::string node;
-    std::vector<int> A;  // sorted group indices
+    std::vector<int> const& A;  // sorted group indices
     int first;
     int last;
   };
+
+  // The names of the A groups: all of them for the JSON document or a short
+  // list, else the first five and the last four (the text report's view).
+  void name_A_groups(Cut const& cut, PartitionReport& r) const {
+    std::size_t const n = cut.A.size();
+    r.A_count = n;
+    for (std::size_t i = 0; i < n; ++i) {
+      if (!lists() && n > 12 && i == 5) i = n - 4;
+      r.A.push_back(groups_[cut.A[i]].name);
+    }
+  }
 
   bool lists() const { return options_.symbol_lists || options_.check; }
 
@@ -432,8 +443,7 @@ class Problem {
                            std::vector<std::string>* prefix_common) {
     PartitionReport r;
     r.node = cut.node;
-    for (int g : cut.A)
-      r.A.push_back(groups_[g].name);
+    name_A_groups(cut, r);
     if (prefix_common != nullptr) {
       r.common = std::move(*prefix_common);
     } else {
@@ -464,8 +474,7 @@ class Problem {
   PartitionReport by_classifier(Cut const& cut) {
     PartitionReport r;
     r.node = cut.node;
-    for (int g : cut.A)
-      r.A.push_back(groups_[g].name);
+    name_A_groups(cut, r);
     std::vector<int> const& A = cut.A;
     if (!A.empty() && A.front() == 0 && A.back() == static_cast<int>(A.size()) - 1)
       classifier_.set_frontier(A.back());

@@ -50,7 +50,9 @@ struct AtomStatus {
 
 struct PartitionReport {
   std::string node;                    // the item's text
-  std::vector<std::string> A;          // names of the A groups, in group order
+  std::vector<std::string> A;          // names of the A groups, in group order; without
+                                       // symbol_lists and above 12, the first five and last four
+  std::size_t A_count = 0;             // the number of A groups
   std::vector<std::string> A_symbols;  // uninterpreted, sorted by bytes; with symbol_lists
   std::vector<std::string> B_symbols;  // likewise
   std::vector<std::string> common;

@@ -15,19 +15,16 @@ using Json = nlohmann::ordered_json;
 char const* const status_names[3] = {"A", "B", "mixed"};
 
 // The names on one line; a long list shows its ends and its length.
-std::string joined(std::vector<std::string> const& names) {
+std::string joined(std::vector<std::string> const& names, std::size_t count) {
   if (names.empty()) return "-";
-  std::size_t const n = names.size();
   std::string out;
-  for (std::size_t i = 0; i < n; ++i) {
-    if (n > 12 && i == 5) {
-      out += " ...";
-      i = n - 4;
-    }
+  for (std::size_t i = 0; i < names.size(); ++i) {
     if (!out.empty()) out += ' ';
+    if (names.size() > 12 && i == 5) i = names.size() - 4;
+    if (count > 12 && i == 5) out += "... ";
     out += names[i];
   }
-  if (n > 12) out += " (" + std::to_string(n) + ")";
+  if (count > 12) out += " (" + std::to_string(count) + ")";
   return out;
 }
 
@@ -63,8 +60,8 @@ void write_text(std::ostream& out, ProblemReport const& report, Options const& o
         << (q.partitions.size() == 1 ? " partition\n" : " partitions\n");
     for (PartitionReport const& p : q.partitions) {
       out << "  " << p.node << "\n"
-          << "    A groups: " << joined(p.A) << "\n"
-          << "    common:   " << joined(p.common) << "\n"
+          << "    A groups: " << joined(p.A, p.A_count) << "\n"
+          << "    common:   " << joined(p.common, p.common.size()) << "\n"
           << "    atoms:    " << p.atoms.A << " A, " << p.atoms.B << " B, " << p.atoms.mixed
           << " mixed\n";
       for (AtomStatus const& a : p.atom_list)

@@ -76,8 +76,11 @@
 //
 // Atom -1 is never registered (it would decode as a marker or new-group cell).
 // Group indices stay below 2^30. reset_group and has_atom(atom, group) take an
-// existing group; term arguments are never null. Debug builds stop with a
-// message on these violations; release builds do not check. Calling
+// existing group; term, symbol and clause arguments are never null; set_env
+// comes before any call that reaches the host (registration of atoms, the
+// partition choice and the term and symbol queries). Builds without NDEBUG
+// stop with a message naming the operation and the value on these
+// violations; builds with NDEBUG do not check. Calling
 // reset_group on a group whose clauses were added inside a still-open level
 // returns their references twice (once now, once at the pop). No two calls on
 // one classifier may overlap, not even two queries: they share scratch state.
@@ -127,6 +130,8 @@ class AtomClassifier {
     static constexpr std::uint32_t btpoint_bit = 0x40000000u;
     static constexpr std::uint32_t atom_group_mask = 0x3FFFFFFFu;
     static constexpr std::uint32_t clause_group_mask = 0x7FFFFFFFu;
+    // Tag of marker and btpoint-atom cells: both bits set, and no group.
+    static constexpr std::uint32_t marker_tag = 0xFFFFFFFFu;
     enum class Kind { marker, btpoint_atom, atom, new_group, clause };
 
     static UndoCell make_atom(int a, std::uint32_t tag) noexcept {
@@ -192,10 +197,14 @@ class AtomClassifier {
   hsh::HashSet<int> const& get_temporary_A_atoms() const noexcept { return temporary_A_atoms_; }
   hsh::HashSet<int> const& get_temporary_B_atoms() const noexcept { return temporary_B_atoms_; }
 
-  // Debug-build consistency check of the whole classifier: every table's own
-  // invariants, trail cells that decode to a kind with a group that exists,
-  // a marker at the bottom of a non-empty trail, all visit marks clear and
-  // an empty purity stack. Returns false on the first violation.
+  // Consistency check of the whole classifier, for tests and debugging (it
+  // walks every table and the trail): every table's own invariants, trail
+  // cells that decode to a kind with a group that exists, a marker at the
+  // bottom of a non-empty trail, all visit marks clear, an empty purity
+  // stack, and clause counts that cover what the classifier holds: for each
+  // group holding a clause, one reference, or one per cell of the clause in
+  // that group if there are more (a cell and the membership it made share
+  // one reference). Returns false on the first violation.
   bool check_invariants() const;
 
   // ---- Atom registration, in 'atoms.cpp'. ----
@@ -298,13 +307,10 @@ class AtomClassifier {
   bool are_compatible(Term_ const* t1, Term_ const* t2, bool include_interpreted);
 
  private:
-  // Grows groups_ so that `group` exists.
-  void ensure_group(int group);
+  // Grows groups_ so that `group` exists; `operation` names the caller in
+  // the contract check.
+  void ensure_group(int group, char const* operation);
   void record(UndoCell cell);
-  static void take_clause_reference(dpll::Clause const* clause) noexcept;
-  static void release_clause_reference(dpll::Clause const* clause) noexcept;
-  // Takes back a reference just taken, without ever freeing the clause.
-  static void untake_clause_reference(dpll::Clause const* clause) noexcept;
 
   std::vector<Group> groups_;                 // group i is element i
   hsh::HashSet<int> btpoint_atoms_;           // atoms registered at backtrack points

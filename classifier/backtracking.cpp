@@ -5,7 +5,7 @@ namespace orvo {
 namespace itp {
 
 void AtomClassifier::push_backtrack_point() {
-  undo_trail_.push_back(UndoCell::make_atom(-1, 0xFFFFFFFFu));
+  undo_trail_.push_back(UndoCell::make_atom(-1, UndoCell::marker_tag));
 }
 
 void AtomClassifier::pop_backtrack_point() {
@@ -43,7 +43,7 @@ void AtomClassifier::pop_backtrack_point() {
       case Kind::clause:
         if (was_created(g)) break;
         groups_[static_cast<std::size_t>(g)].clauses.erase(cell.clause);
-        release_clause_reference(cell.clause);
+        dpll::release_reference(cell.clause);
         break;
       case Kind::new_group:
       case Kind::marker:

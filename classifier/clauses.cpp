@@ -1,16 +1,18 @@
 // Clause classification: clauses of groups and their side of the partition.
 #include "classifier/atom_classifier.h"
 #include "support/clause_printer.h"
+#include "support/contract.h"
 
 namespace orvo {
 namespace itp {
 
 void AtomClassifier::add_clause(dpll::Clause const* clause, int group) {
+  ORVO_ITP_REQUIRE(clause != nullptr, "add_clause", "null clause, address", 0);
   int const g = group >= 0 ? group : current_group_;
   // The hook sees only the prefix; what propagates is the orvo::Exception copy.
   if (g < 0) throw error("No interpolation group for clause: ") << *clause;
-  ensure_group(g);
-  take_clause_reference(clause);
+  ensure_group(g, "add_clause");
+  dpll::take_reference(clause);
   hsh::HashSet<dpll::Clause const*>& clauses = groups_[static_cast<std::size_t>(g)].clauses;
   bool inserted = false;
   try {
@@ -21,7 +23,7 @@ void AtomClassifier::add_clause(dpll::Clause const* clause, int group) {
     // Out of memory: leave the membership and the count as they were, so
     // that no reference is held without a membership or a cell to return it.
     if (inserted) clauses.erase(clause);
-    untake_clause_reference(clause);
+    dpll::untake_reference(clause);
     throw;
   }
 }

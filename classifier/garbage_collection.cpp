@@ -38,7 +38,7 @@ void AtomClassifier::gc(bool full) {
     // Second pass: erase, then release (which frees the clause).
     for (dpll::Clause const* clause : victims) {
       group.clauses.erase(clause);
-      release_clause_reference(clause);
+      dpll::release_reference(clause);
     }
   }
 }

@@ -1,6 +1,8 @@
 // Classifier state: construction, destruction, groups and the clause
 // reference protocol shared with the host.
-#include <cstdlib>
+#include <algorithm>
+#include <map>
+#include <utility>
 
 #include "classifier/atom_classifier.h"
 #include "support/contract.h"
@@ -15,32 +17,34 @@ AtomClassifier::AtomClassifier() : current_group_(-1), symbols_sets_valid_(false
 AtomClassifier::~AtomClassifier() {
   for (Group& group : groups_)
     for (dpll::Clause const* clause : group.clauses)
-      release_clause_reference(clause);
+      dpll::release_reference(clause);
 }
 
 int AtomClassifier::new_group_index() {
   int const n = static_cast<int>(groups_.size());
+  ORVO_ITP_REQUIRE(n < (1 << 30), "new_group_index", "group index at or above 2^30:", n);
   groups_.emplace_back();
   record(UndoCell::make_atom(-1, static_cast<std::uint32_t>(n) | UndoCell::atom_bit));
   return n;
 }
 
 void AtomClassifier::reset_group(int group) {
-  ORVO_REQUIRE(group >= 0 && static_cast<std::size_t>(group) < groups_.size(), "reset_group",
-               "group index outside the existing groups:", group);
+  ORVO_ITP_REQUIRE(group >= 0 && static_cast<std::size_t>(group) < groups_.size(), "reset_group",
+                   "group index outside the existing groups:", group);
   Group& g = groups_[static_cast<std::size_t>(group)];
   // The only step that can run out of memory comes first: once a reference
   // is released, the group must lose the membership that held it.
   Group const empty;
   for (dpll::Clause const* clause : g.clauses)
-    if (clause != nullptr) release_clause_reference(clause);
+    if (clause != nullptr) dpll::release_reference(clause);
   g.atoms = empty.atoms;
   g.clauses = empty.clauses;
   g.symbols = empty.symbols;
   symbols_sets_valid_ = false;
 }
 
-void AtomClassifier::ensure_group(int group) {
+void AtomClassifier::ensure_group(int group, char const* operation) {
+  ORVO_ITP_REQUIRE(group < (1 << 30), operation, "group index at or above 2^30:", group);
   if (static_cast<std::size_t>(group) >= groups_.size())
     groups_.resize(static_cast<std::size_t>(group) + 1);
 }
@@ -48,30 +52,6 @@ void AtomClassifier::ensure_group(int group) {
 // Cells other than markers are recorded only while a backtrack point is open.
 void AtomClassifier::record(UndoCell cell) {
   if (!undo_trail_.empty()) undo_trail_.push_back(cell);
-}
-
-namespace {
-std::uint32_t& reference_word(dpll::Clause const* clause) noexcept {
-  auto* words = const_cast<dpll::Clause*>(clause)->words();
-  return words[clause->size() + 2];
-}
-}  // namespace
-
-void AtomClassifier::take_clause_reference(dpll::Clause const* clause) noexcept {
-  std::uint32_t& word = reference_word(clause);
-  word = (word & dpll::Clause::flag_mask) | ((word + 1) & dpll::Clause::count_mask);
-}
-
-void AtomClassifier::untake_clause_reference(dpll::Clause const* clause) noexcept {
-  std::uint32_t& word = reference_word(clause);
-  word = (word & dpll::Clause::flag_mask) | ((word - 1) & dpll::Clause::count_mask);
-}
-
-void AtomClassifier::release_clause_reference(dpll::Clause const* clause) noexcept {
-  std::uint32_t& word = reference_word(clause);
-  std::uint32_t const old = word & dpll::Clause::count_mask;
-  word = (word & dpll::Clause::flag_mask) | ((old - 1) & dpll::Clause::count_mask);
-  if (old == 1) std::free(const_cast<dpll::Clause*>(clause));
 }
 
 bool AtomClassifier::check_invariants() const {
@@ -89,14 +69,31 @@ bool AtomClassifier::check_invariants() const {
   for (UndoCell const& cell : undo_trail_) {
     UndoCell::Kind const kind = cell.kind();
     if (kind == UndoCell::Kind::marker || kind == UndoCell::Kind::btpoint_atom) {
-      if (cell.tag != 0xFFFFFFFFu) return false;
+      if (cell.tag != UndoCell::marker_tag) return false;
     } else if (static_cast<std::size_t>(cell.group()) >= groups_.size()) {
       return false;
     }
   }
   for (bool mark : visit_marks_)
     if (mark) return false;
-  return purity_stack_.empty() && visit_marks_.size() % 2 == 0;
+  if (!purity_stack_.empty() || visit_marks_.size() % 2 != 0) return false;
+
+  // Cells of a group that no longer holds their clause are left out: after a
+  // pop that ran out of memory, the cells of the groups it emptied may name
+  // clauses that were freed.
+  std::map<std::pair<dpll::Clause const*, int>, unsigned> cells;  // (clause, group) -> cells
+  for (UndoCell const& cell : undo_trail_)
+    if (cell.kind() == UndoCell::Kind::clause) ++cells[{cell.clause, cell.group()}];
+  std::map<dpll::Clause const*, unsigned> held;
+  for (std::size_t g = 0; g < groups_.size(); ++g) {
+    for (dpll::Clause const* clause : groups_[g].clauses) {
+      auto const it = cells.find({clause, static_cast<int>(g)});
+      held[clause] += it == cells.end() ? 1 : std::max(1u, it->second);
+    }
+  }
+  for (auto const& entry : held)
+    if (entry.first->ref_count() < entry.second) return false;
+  return true;
 }
 
 }  // namespace itp

@@ -6,8 +6,9 @@ namespace orvo {
 namespace itp {
 
 void AtomClassifier::update_symbols(unsigned long group, int atom, bool add) {
-  ORVO_REQUIRE(group < groups_.size(), "update_symbols",
-               "group index outside the existing groups:", group);
+  ORVO_ITP_REQUIRE(group < groups_.size(), "update_symbols",
+                   "group index outside the existing groups:", group);
+  ORVO_ITP_REQUIRE(env_ != nullptr, "update_symbols", "no environment set, address", 0);
   std::vector<Term_ const*> const& terms = env_->atom_terms;
   auto const index = static_cast<std::size_t>(static_cast<unsigned>(atom));
   if (atom < 0 || index >= terms.size() || terms[index] == nullptr) return;

@@ -1,10 +1,12 @@
 // Partition symbol sets: the snapshot of A's and B's symbols and atom sides.
 #include "classifier/atom_classifier.h"
+#include "support/contract.h"
 
 namespace orvo {
 namespace itp {
 
 void AtomClassifier::build_symbols_sets() {
+  ORVO_ITP_REQUIRE(env_ != nullptr, "build_symbols_sets", "no environment set, address", 0);
   auto is_A = [this](std::size_t g) { return A_groups_.contains(static_cast<int>(g)); };
 
   A_symbols_.clear();

@@ -10,7 +10,8 @@ namespace itp {
 template <class SymbolSet>
 bool AtomClassifier::term_is_pure(Term_ const* t, SymbolSet const& symbols,
                                   bool include_interpreted) {
-  ORVO_REQUIRE(t != nullptr, "term_is_pure", "null term, address", 0);
+  ORVO_ITP_REQUIRE(t != nullptr, "term_is_pure", "null term, address", 0);
+  ORVO_ITP_REQUIRE(env_ != nullptr, "term_is_pure", "no environment set, address", 0);
   TermManager const* tm = env_->term_manager;
   try {
     purity_stack_.push_back(t);
@@ -57,6 +58,8 @@ int AtomClassifier::get_term_status(Term_ const* t) {
 }
 
 bool AtomClassifier::symbol_is_common(Symbol const* s, bool include_interpreted) {
+  ORVO_ITP_REQUIRE(s != nullptr, "symbol_is_common", "null symbol, address", 0);
+  ORVO_ITP_REQUIRE(env_ != nullptr, "symbol_is_common", "no environment set, address", 0);
   if (!include_interpreted && env_->term_manager->is_interpreted(s)) return true;
   bool const in_A = A_symbols_.find(s) != A_symbols_.end();
   bool const in_B = B_symbols_.find(s) != B_symbols_.end();
@@ -64,7 +67,7 @@ bool AtomClassifier::symbol_is_common(Symbol const* s, bool include_interpreted)
 }
 
 bool AtomClassifier::term_is_mixed(Term_ const* t) {
-  ORVO_REQUIRE(t != nullptr, "term_is_mixed", "null term, address", 0);
+  ORVO_ITP_REQUIRE(t != nullptr, "term_is_mixed", "null term, address", 0);
   if (has_atom(t)) return false;
   int impure = 0;
   for (Group const& g : groups_)

@@ -4,37 +4,6 @@
 #include "support/contract.h"
 
 namespace orvo {
-namespace {
-
-// Clears both visit marks of every term the walk entered, on every exit from
-// the walk, exceptions included, so that all marks are clear between walks.
-class CacheCleaner {
- public:
-  CacheCleaner(std::vector<bool>* marks, std::vector<Term_ const*>* marked) noexcept
-      : active_(true), marks_(marks), marked_(marked) {}
-  CacheCleaner(CacheCleaner const&) = delete;
-  CacheCleaner& operator=(CacheCleaner const&) = delete;
-  ~CacheCleaner() {
-    if (!active_) return;
-    for (Term_ const* t : *marked_) {
-      std::uint64_t const base = 2 * t->get_id();
-      // A failed growth of the marks may leave the last listed term unmarked.
-      if (base + 1 < marks_->size()) {
-        (*marks_)[static_cast<std::size_t>(base)] = false;
-        (*marks_)[static_cast<std::size_t>(base + 1)] = false;
-      }
-    }
-    marked_->clear();
-  }
-
- private:
-  bool active_;
-  std::vector<bool>* marks_;
-  std::vector<Term_ const*>* marked_;
-};
-
-}  // namespace
-
 namespace itp {
 namespace {
 
@@ -43,10 +12,25 @@ struct SymbolCollectorCallback {
   void operator()(Term_ const* t) const { result->insert(t->get_symbol()); }
 };
 
+// Clears the visit marks of every term the walk entered, on every exit from
+// the walk, exceptions included, so that all marks are clear between walks.
+class CacheCleaner {
+ public:
+  CacheCleaner(std::vector<bool>* marks, std::vector<Term_ const*>* marked) noexcept
+      : marks_(marks), marked_(marked) {}
+  CacheCleaner(CacheCleaner const&) = delete;
+  CacheCleaner& operator=(CacheCleaner const&) = delete;
+  ~CacheCleaner() { TermVisitor<SymbolCollectorCallback>::clear_marks(*marks_, *marked_); }
+
+ private:
+  std::vector<bool>* marks_;
+  std::vector<Term_ const*>* marked_;
+};
+
 }  // namespace
 
 hsh::HashSet<Symbol const*> const& AtomClassifier::get_term_symbols(Term_ const* t) {
-  ORVO_REQUIRE(t != nullptr, "get_term_symbols", "null term, address", 0);
+  ORVO_ITP_REQUIRE(t != nullptr, "get_term_symbols", "null term, address", 0);
   term_symbols_.clear();
   TermVisitor<SymbolCollectorCallback> visitor(SymbolCollectorCallback{&term_symbols_}, true,
                                                &visit_marks_);

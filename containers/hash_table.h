@@ -17,6 +17,8 @@
 #ifndef ORVO_ITP_CONTAINERS_HASH_TABLE_H
 #define ORVO_ITP_CONTAINERS_HASH_TABLE_H
 
+#include <algorithm>
+#include <cassert>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -176,6 +178,7 @@ class Hashtable {
 
   // Removes the element `it` designates. PRECONDITION: `it` is not end().
   void erase(Iter it) noexcept {
+    assert(it.node != nullptr && "erase(end())");
     Bucket* previous = nullptr;
     for (Bucket* b = buckets_[it.index]; b != it.node; b = b->next)
       previous = b;
@@ -201,9 +204,11 @@ class Hashtable {
   // prime if none is). Does nothing when there are already `n` buckets.
   void rehash(std::size_t n);
 
-  // Debug-build consistency check: every node sits in the bucket its key
-  // selects, keys are unique, size() counts the reachable nodes and the pool
-  // has handed out at least those nodes. Returns false on the first violation.
+  // Consistency check, for tests and debugging (it walks every chain and the
+  // free list): the bucket count is one of the primes, every node sits in the
+  // bucket its key selects, keys are unique, size() counts the reachable
+  // nodes, the pool has handed out at least those nodes and no free node is
+  // reachable from a bucket. Returns false on the first violation.
   bool check_invariants() const;
 
   // The node pool, for checks and tests.
@@ -340,7 +345,16 @@ bool Hashtable<V, G, K, H, E>::check_invariants() const {
   }
   // Assignment drops the target's old nodes without returning them to the
   // free list, so the pool may have handed out more nodes than are reachable.
-  return reachable == size_ && pool_.handed_out() >= size_;
+  if (reachable != size_ || pool_.handed_out() < size_) return false;
+  std::vector<void const*> free_nodes;
+  pool_.for_each_free([&free_nodes](void const* node) { free_nodes.push_back(node); });
+  std::sort(free_nodes.begin(), free_nodes.end(), std::less<void const*>());
+  for (Bucket* head : buckets_)
+    for (Bucket const* b = head; b != nullptr; b = b->next)
+      if (std::binary_search(free_nodes.begin(), free_nodes.end(), static_cast<void const*>(b),
+                             std::less<void const*>()))
+        return false;
+  return true;
 }
 
 // A set of keys.

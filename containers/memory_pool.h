@@ -13,6 +13,7 @@
 #ifndef ORVO_ITP_CONTAINERS_MEMORY_POOL_H
 #define ORVO_ITP_CONTAINERS_MEMORY_POOL_H
 
+#include <cassert>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -101,6 +102,7 @@ class MemoryPool {
 
   // Puts a node obtained from this pool back on the free list.
   void deallocate(void* node) noexcept {
+    assert(handed_out_ > 0 && "pool count below zero: a node given back twice or to another pool");
     pool_detail::set_next(node, free_list_);
     pool_detail::poison(node, N);
     free_list_ = node;
@@ -111,15 +113,21 @@ class MemoryPool {
   std::size_t handed_out() const noexcept { return handed_out_; }
   // Nodes in the next chunk to be allocated.
   std::uint64_t next_chunk_size() const noexcept { return chunk_size_; }
-  // Length of the free list; walks it, so for checks and tests only.
-  std::size_t free_count() const noexcept {
-    std::size_t n = 0;
-    for (void* p = free_list_; p != nullptr; ++n) {
+  // Calls `f` on every node of the free list; for checks and tests only.
+  template <class F>
+  void for_each_free(F&& f) const {
+    for (void* p = free_list_; p != nullptr;) {
       pool_detail::unpoison(p, sizeof(void*));
       void* next = pool_detail::next_of(p);
       pool_detail::poison(p, N);
+      f(static_cast<void const*>(p));
       p = next;
     }
+  }
+  // Length of the free list; walks it, so for checks and tests only.
+  std::size_t free_count() const noexcept {
+    std::size_t n = 0;
+    for_each_free([&n](void const*) { ++n; });
     return n;
   }
 

@@ -30,18 +30,6 @@ using orvo::Term_;
 using orvo::dpll::Clause;
 using orvo::dpll::make_literal;
 
-// The host's side of the shared reference count: bits 0-29 of the word after
-// the literals and the id word. The two flag bits above stay; whoever drops
-// the last reference frees the clause, exactly as the classifier does.
-// Returns whether the clause was freed.
-bool release_host_reference(Clause* clause) {
-  std::uint32_t& word = clause->words()[clause->size() + 2];
-  std::uint32_t const old = word & Clause::count_mask;
-  word = (word & Clause::flag_mask) | ((old - 1) & Clause::count_mask);
-  if (old == 1) std::free(clause);
-  return old == 1;
-}
-
 // Names in a stable, readable order: letter prefix first, then the number,
 // so that x9 comes before x10.
 bool name_less(std::string const& a, std::string const& b) {
@@ -104,7 +92,7 @@ class Host {
   // destructor then frees what it alone still holds.
   ~Host() {
     for (HostClause& hc : clauses)
-      if (hc.host_holds && !hc.freed) hc.freed = release_host_reference(hc.clause);
+      if (hc.host_holds && !hc.freed) hc.freed = orvo::dpll::release_reference(hc.clause);
   }
 
   Term_ const* var(std::string const& name) { return tm.make_term(tm.make_symbol(name, 0, ints)); }
@@ -233,7 +221,7 @@ void learn_and_collect(Host& h, bool full) {
   for (HostClause& hc : h.clauses) {
     if (std::find(dropped.begin(), dropped.end(), hc.clause) == dropped.end()) continue;
     hc.host_holds = false;
-    hc.freed = release_host_reference(hc.clause);
+    hc.freed = orvo::dpll::release_reference(hc.clause);
     if (!hc.freed && hc.clause->ref_count() == 1) doomed.push_back(&hc);
   }
   auto held = [&c] {

@@ -9,12 +9,15 @@
 //                       and the L value (signed)
 //
 // The reference count is shared by the host and the classifier; whoever
-// drops it from 1 to 0 frees the clause with std::free.
+// drops it from 1 to 0 frees the clause with std::free. take_reference and
+// release_reference below are the one implementation of that protocol.
 #ifndef ORVO_ITP_HOST_CLAUSE_H
 #define ORVO_ITP_HOST_CLAUSE_H
 
+#include <cassert>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <vector>
 
 namespace orvo {
@@ -39,6 +42,12 @@ class Clause {
   bool has_t_flag() const noexcept { return (reference_word() >> 31) != 0; }
   unsigned ref_count() const noexcept { return reference_word() & count_mask; }
   std::uint32_t reference_word() const noexcept { return words()[size() + 2]; }
+  std::uint32_t& reference_word() noexcept { return words()[size() + 2]; }
+
+  // `word` with its count replaced by `count` (taken modulo 2^30), flags kept.
+  static constexpr std::uint32_t with_count(std::uint32_t word, std::uint32_t count) noexcept {
+    return (word & flag_mask) | (count & count_mask);
+  }
 
   std::uint32_t const* words() const noexcept { return &header_; }
   std::uint32_t* words() noexcept { return &header_; }
@@ -47,6 +56,32 @@ class Clause {
   std::uint32_t id_word() const noexcept { return words()[size() + 1]; }
   std::uint32_t header_;
 };
+
+// One more reference on `clause`; the flag bits are kept. The count is shared
+// state outside the clause's value, hence the const pointer.
+inline void take_reference(Clause const* clause) noexcept {
+  std::uint32_t& word = const_cast<Clause*>(clause)->reference_word();
+  word = Clause::with_count(word, (word & Clause::count_mask) + 1);
+}
+
+// Gives back a reference just taken, without ever freeing the clause.
+inline void untake_reference(Clause const* clause) noexcept {
+  std::uint32_t& word = const_cast<Clause*>(clause)->reference_word();
+  assert((word & Clause::count_mask) != 0 && "reference given back at count 0");
+  word = Clause::with_count(word, (word & Clause::count_mask) - 1);
+}
+
+// Gives back one reference; the holder that drops the count from 1 to 0 frees
+// the clause. Returns whether it did.
+inline bool release_reference(Clause const* clause) noexcept {
+  std::uint32_t& word = const_cast<Clause*>(clause)->reference_word();
+  std::uint32_t const old = word & Clause::count_mask;
+  assert(old != 0 && "clause reference released at count 0");
+  word = Clause::with_count(word, old - 1);
+  if (old != 1) return false;
+  std::free(const_cast<Clause*>(clause));
+  return true;
+}
 
 // 2 * variable + negated.
 unsigned make_literal(int variable, bool negated);

@@ -33,12 +33,28 @@ class TermVisitor {
 
   std::vector<Term_ const*>& marked() noexcept { return marked_; }
 
+  // The two mark bits of a term.
+  static std::uint64_t finished_bit(Term_ const* t) noexcept { return 2 * t->get_id(); }
+  static std::uint64_t entered_bit(Term_ const* t) noexcept { return 2 * t->get_id() + 1; }
+
+  // Clears both marks of every listed term and empties the list. A failed
+  // growth of the marks may leave the last listed term without its bits.
+  static void clear_marks(std::vector<bool>& marks, std::vector<Term_ const*>& marked) noexcept {
+    for (Term_ const* t : marked) {
+      if (entered_bit(t) < marks.size()) {
+        marks[static_cast<std::size_t>(finished_bit(t))] = false;
+        marks[static_cast<std::size_t>(entered_bit(t))] = false;
+      }
+    }
+    marked.clear();
+  }
+
  private:
-  bool finished(Term_ const* t) const noexcept { return get(2 * t->get_id()); }
-  bool entered(Term_ const* t) const noexcept { return get(2 * t->get_id() + 1); }
+  bool finished(Term_ const* t) const noexcept { return get(finished_bit(t)); }
+  bool entered(Term_ const* t) const noexcept { return get(entered_bit(t)); }
   bool get(std::uint64_t bit) const noexcept { return bit < marks_->size() && (*marks_)[bit]; }
   void set(Term_ const* t, std::uint64_t bit) {
-    std::uint64_t const base = 2 * t->get_id();
+    std::uint64_t const base = finished_bit(t);
     if (marks_->size() <= base)
       marks_->resize(
           static_cast<std::size_t>(std::max<std::uint64_t>(2 * marks_->size(), base + 2)), false);
@@ -72,14 +88,14 @@ void TermVisitor<Callback>::visit(Term_ const* root) {
     }
     if (entered(u)) {  // its children are done
       stack.pop_back();
-      set(u, 2 * u->get_id());
+      set(u, finished_bit(u));
       continue;
     }
     callback_(u);
     // The term goes on the marked list before its mark is set, so that a
     // failure between the two leaves no set bit unlisted.
     marked_.push_back(u);
-    set(u, 2 * u->get_id() + 1);
+    set(u, entered_bit(u));
     bool pushed = false;
     for (std::size_t i = 0; i < u->get_arity(); ++i) {
       Term_ const* c = u->get_child(i);
@@ -89,7 +105,7 @@ void TermVisitor<Callback>::visit(Term_ const* root) {
     }
     if (!pushed) {
       stack.pop_back();
-      set(u, 2 * u->get_id());
+      set(u, finished_bit(u));
     }
   }
 }

@@ -8,9 +8,12 @@
 #include <cstdlib>
 
 #ifdef NDEBUG
-#define ORVO_REQUIRE(cond, operation, what, value) ((void)0)
+// The operands are named but not evaluated, so that variables used only in
+// checks do not draw unused warnings.
+#define ORVO_ITP_REQUIRE(cond, operation, what, value) \
+  ((void)sizeof(cond), (void)sizeof(operation), (void)sizeof(value))
 #else
-#define ORVO_REQUIRE(cond, operation, what, value)                                  \
+#define ORVO_ITP_REQUIRE(cond, operation, what, value)                              \
   do {                                                                              \
     if (!(cond)) {                                                                  \
       std::fprintf(stderr, "invalid API usage of '%s': %s %lld\n", operation, what, \

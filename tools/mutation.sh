@@ -30,9 +30,15 @@ mutants=(
   "growth|containers/hash_table.h|growth test counts one element more than stored"
   "rehash-append|containers/hash_table.h|rehash appends moved nodes at the chain's end"
   "valid-flag|classifier/clauses.cpp|add_clause leaves symbols_sets_valid_ set"
-  "release-flags|classifier/groups.cpp|clause release drops the two flag bits"
+  "release-flags|host/clause.h|clause release drops the two flag bits"
   "pop-clause|classifier/backtracking.cpp|pop passes over clause cells"
   "clear|containers/hash_table.h|clear unlinks the chains without freeing their nodes"
+  "unlink-leak|containers/hash_table.h|erase unlinks a node without returning it to the pool"
+  "same-groups|classifier/atoms.cpp|a level does not record add_atom_to_same_groups"
+  "light-gc|classifier/garbage_collection.cpp|a light collection also frees clauses"
+  "gc-trail|classifier/garbage_collection.cpp|a full collection leaves cells of freed clauses"
+  "withdraw-2|classifier/symbol_counts.cpp|a symbol withdrawal erases the entry at count 2"
+  "pop-created|classifier/backtracking.cpp|pop leaves the groups created inside the level"
 )
 
 # Applies mutant $1 to file $2 with an exact, unique replacement.
@@ -55,19 +61,42 @@ faults = {
         "    record(UndoCell::make_clause(",
     ),
     "release-flags": (
-        "  word = (word & dpll::Clause::flag_mask) | ((old - 1) & dpll::Clause::count_mask);\n"
-        "  if (old == 1)",
-        "  word = (old - 1) & dpll::Clause::count_mask;\n  if (old == 1)",
+        "  word = Clause::with_count(word, old - 1);\n  if (old != 1)",
+        "  word = (old - 1) & Clause::count_mask;\n  if (old != 1)",
     ),
     "pop-clause": (
         "        groups_[static_cast<std::size_t>(g)].clauses.erase(cell.clause);\n"
-        "        release_clause_reference(cell.clause);\n",
+        "        dpll::release_reference(cell.clause);\n",
         "",
     ),
     "clear": (
         "      Bucket* b = head;\n      while (b != nullptr) {\n        Bucket* next = b->next;\n"
         "        pool_.deallocate(b);\n        b = next;\n      }\n      head = nullptr;\n",
         "      head = nullptr;\n",
+    ),
+    "unlink-leak": (
+        "    --size_;\n    pool_.deallocate(node);\n",
+        "    --size_;\n",
+    ),
+    "same-groups": (
+        "do_add_atom(atom, static_cast<int>(g), false);",
+        "do_add_atom(atom, static_cast<int>(g), true);",
+    ),
+    "light-gc": (
+        "  if (!full || groups_.empty()) return;",
+        "  if (groups_.empty()) return;",
+    ),
+    "gc-trail": (
+        "    if (!undo_trail_.empty()) {\n      std::sort(",
+        "    if (false) {\n      std::sort(",
+    ),
+    "withdraw-2": (
+        "if (n == 0 || --n == 0) counts.erase(s);",
+        "if (n == 0 || n == 2 || --n == 0) counts.erase(s);",
+    ),
+    "pop-created": (
+        "  for (int g : created)\n    reset_group(g);\n",
+        "",
     ),
 }
 old, new = faults[name]

@@ -76,10 +76,7 @@ class ClassifierTest : public ::testing::Test {
                              refs, learnt, t);
   }
   // The host gives back one of its references, freeing the clause at zero.
-  static void drop(dpll::Clause* clause) {
-    std::uint32_t& word = clause->words()[clause->size() + 2];
-    if ((--word & dpll::Clause::count_mask) == 0) std::free(clause);
-  }
+  static void drop(dpll::Clause* clause) { dpll::release_reference(clause); }
 
   // What `op` throws: a plain orvo::Exception's text, or the name of another type.
   static std::string thrown_by(std::function<void()> const& op) {

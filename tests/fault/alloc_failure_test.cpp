@@ -71,7 +71,7 @@ struct Fx {
     }
   }
   // The host gives up its reference: the classifier's become the only ones.
-  void drop_host(int i) { host[i] = false, --cl[i]->words()[cl[i]->size() + 2]; }
+  void drop_host(int i) { host[i] = false, dpll::release_reference(cl[i]); }
   int n;
   TermManager tm;
   Environment env;

@@ -10,9 +10,9 @@
 namespace orvo::model {
 namespace {
 
-#define ORVO_MODEL_NAME(name) #name,
-char const* const kNames[] = {ORVO_MODEL_CALL_KINDS(ORVO_MODEL_NAME)};
-#undef ORVO_MODEL_NAME
+#define ORVO_ITP_MODEL_NAME(name) #name,
+char const* const kNames[] = {ORVO_ITP_MODEL_CALL_KINDS(ORVO_ITP_MODEL_NAME)};
+#undef ORVO_ITP_MODEL_NAME
 static_assert(std::size(kNames) == Op::kinds, "one name per call kind");
 
 void log_hook(Exception const& e) {
@@ -186,10 +186,7 @@ void Driver::host(Op const& op) {
   dpll::Clause* const cl = slots_[op.a % 8];
   if (op.kind == Op::drop_host_reference) {
     --host_refs_[cl];
-    std::uint32_t& w = cl->words()[cl->size() + 2];
-    std::uint32_t const old = w & Model::mask;
-    w = (w & ~Model::mask) | ((old - 1) & Model::mask);
-    if (old == 1) std::free(cl);
+    dpll::release_reference(cl);
     return m_.release(cl);
   }
   int const number = ++clauses_made_;

@@ -153,7 +153,7 @@ struct Model {
   }
   void release(Clause const* c) {
     std::uint32_t const old = words.at(c) & mask;
-    words[c] = (words[c] & ~mask) | ((old - 1) & mask);
+    words[c] = Clause::with_count(words[c], old - 1);
     if (old == 1) words.erase(c), freed.push_back(c);
   }
 
@@ -194,7 +194,7 @@ struct Model {
   void clear_temporary_atoms() { temporary_A.clear(), temporary_B.clear(); }
   void add_clause(Clause const* c, int group) {
     int const g = resolve(group, "clause", texts.at(c));
-    words[c] = (words[c] & ~mask) | ((words[c] + 1) & mask);
+    words[c] = Clause::with_count(words[c], words[c] + 1);
     groups[g].clauses.insert(c);
     valid = false;
     record({0, c, static_cast<std::uint32_t>(g)});
@@ -364,7 +364,7 @@ struct Model {
 // so that any numbers, drawn at random or read from fuzzer bytes, are valid.
 struct Op {
 // clang-format off
-#define ORVO_MODEL_CALL_KINDS(X)                                                                  \
+#define ORVO_ITP_MODEL_CALL_KINDS(X)                                                                  \
   X(new_group_index) X(reset_group) X(add_atom) X(pre_add_atom) X(add_atom_to_same_groups)        \
   X(add_btpoint_atom) X(add_temporary_A_atom) X(add_temporary_B_atom) X(clear_temporary_atoms)    \
   X(new_clause) X(add_clause) X(drop_host_reference) X(push_backtrack_point)                      \
@@ -374,9 +374,9 @@ struct Op {
   X(term_is_pure_set) X(term_is_pure_map) X(symbol_is_common) X(term_is_mixed)                    \
   X(get_compatible_groups) X(are_compatible) X(get_term_symbols)
 // clang-format on
-#define ORVO_MODEL_ENUMERATOR(name) name,
-  enum Kind : std::uint8_t { ORVO_MODEL_CALL_KINDS(ORVO_MODEL_ENUMERATOR) kinds };
-#undef ORVO_MODEL_ENUMERATOR
+#define ORVO_ITP_MODEL_ENUMERATOR(name) name,
+  enum Kind : std::uint8_t { ORVO_ITP_MODEL_CALL_KINDS(ORVO_ITP_MODEL_ENUMERATOR) kinds };
+#undef ORVO_ITP_MODEL_ENUMERATOR
   Kind kind;
   unsigned a, b, c;
 };

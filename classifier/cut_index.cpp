@@ -127,7 +127,7 @@ CutIndex::CutIndex(AtomClassifier& classifier, std::vector<std::vector<int>> con
       num_groups_(classifier.get_groups().size()),
       fingerprint_(0),
       walk_(0) {
-  ORVO_REQUIRE(env_ != nullptr, "CutIndex", "classifier without environment, address", 0);
+  ORVO_ITP_REQUIRE(env_ != nullptr, "CutIndex", "classifier without environment, address", 0);
   std::vector<AtomClassifier::Group> const& groups = classifier.get_groups();
   auto const names_group = [this](int g) {
     return g >= 0 && static_cast<std::size_t>(g) < num_groups_;
@@ -189,16 +189,16 @@ bool CutIndex::matches_groups() const {
 }
 
 void CutIndex::check_snapshot(char const* operation, bool full) const {
-  ORVO_REQUIRE(classifier_.get_groups().size() == num_groups_ && (!full || matches_groups()),
-               operation, "groups changed since the index was built; groups now",
-               classifier_.get_groups().size());
+  ORVO_ITP_REQUIRE(classifier_.get_groups().size() == num_groups_ && (!full || matches_groups()),
+                   operation, "groups changed since the index was built; groups now",
+                   classifier_.get_groups().size());
   (void)operation;
   (void)full;
 }
 
 void CutIndex::check_range(char const* operation, int first, int last) const {
-  ORVO_REQUIRE(first >= 0 && first <= last, operation, "bad first position", first);
-  ORVO_REQUIRE(last < num_positions_, operation, "last position not below size():", last);
+  ORVO_ITP_REQUIRE(first >= 0 && first <= last, operation, "bad first position", first);
+  ORVO_ITP_REQUIRE(last < num_positions_, operation, "last position not below size():", last);
   (void)operation;
   (void)first;
   (void)last;
@@ -274,7 +274,7 @@ bool CutIndex::seen_before(Term_ const* t) {
 }
 
 CutIndex::PrefixStatus CutIndex::prefix_status(Term_ const* t) {
-  ORVO_REQUIRE(t != nullptr, "prefix_status", "null term, address", 0);
+  ORVO_ITP_REQUIRE(t != nullptr, "prefix_status", "null term, address", 0);
   check_snapshot("prefix_status", false);
   if (memo(t).a_from >= 0) return memo(t);
   // Post-order over the term graph: a term's numbers combine its head
@@ -350,7 +350,7 @@ int CutIndex::term_status(Term_ const* t, int first, int last) {
 }
 
 int CutIndex::get_term_status(Term_ const* t, int first, int last) {
-  ORVO_REQUIRE(t != nullptr, "get_term_status", "null term, address", 0);
+  ORVO_ITP_REQUIRE(t != nullptr, "get_term_status", "null term, address", 0);
   check_range("get_term_status", first, last);
   check_snapshot("get_term_status", false);
   return term_status(t, first, last);

@@ -67,13 +67,7 @@ bool has_kind(z3::expr const& e, Z3_decl_kind kind) {
 
 // Gives back the program's own reference on a clause the classifier holds.
 void release(dpll::Clause* clause) {
-  std::uint32_t& word = clause->words()[clause->size() + 2];
-  std::uint32_t const count = word & dpll::Clause::count_mask;
-  if (count == 1) {
-    std::free(clause);
-    return;
-  }
-  word = (word & dpll::Clause::flag_mask) | (count - 1);
+  dpll::release_reference(clause);
 }
 
 // One item of a query: a name or (and n1 n2 ...), with the first position

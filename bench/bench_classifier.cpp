@@ -1,7 +1,9 @@
 // The classifier's hot operations: collecting a term's symbols, the purity
 // walks behind the partition queries, a decision level's worth of atoms and
 // clauses pushed and popped, the rebuild of the partition symbol sets, and a
-// full garbage collection.
+// full garbage collection; and the costs that must follow the work, not the
+// largest table ever seen: a small term's symbols after a huge term, gc on
+// grown but empty tables, and building many host terms.
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
@@ -192,5 +194,61 @@ void BM_GcFull_KeepsAll(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * n);
 }
 BENCHMARK(BM_GcFull_KeepsAll)->RangeMultiplier(8)->Range(1024, 65536);
+
+// The symbols of a 3-node term (x < y), after the scratch symbol set has
+// once held those of a term with `range(0)` symbols (0: never).
+void BM_SmallTermAfterLargeTerm(benchmark::State& state) {
+  World w;
+  int const big = static_cast<int>(state.range(0));
+  if (big > 0) benchmark::DoNotOptimize(w.c.get_term_symbols(w.sum(0, big)).size());
+  Term_ const* small = w.tm.make_term(w.lt, {w.var("x"), w.var("y")});
+  for (auto _ : state)
+    benchmark::DoNotOptimize(w.c.get_term_symbols(small).size());
+  state.counters["bucket_count"] = static_cast<double>(w.c.get_term_symbols(small).bucket_count());
+}
+BENCHMARK(BM_SmallTermAfterLargeTerm)->Arg(0)->Arg(100000);
+
+// gc(true) with nothing to do, on 8 groups whose clause tables once held
+// `range(0)` clauses in all and were emptied by a pop.
+void BM_GcEmptyGrownTables(benchmark::State& state) {
+  World w;
+  int const n = static_cast<int>(state.range(0));
+  std::vector<Clause*> clauses;
+  for (int i = 0; i < n; ++i)
+    clauses.push_back(orvo::dpll::make_clause(i, {orvo::dpll::make_literal(i, false)}, 1));
+  for (int g = 0; g < 8; ++g)
+    w.c.new_group_index();
+  w.c.push_backtrack_point();
+  for (int i = 0; i < n; ++i)
+    w.c.add_clause(clauses[static_cast<std::size_t>(i)], i % 8);
+  w.c.pop_backtrack_point();
+  for (auto _ : state)
+    w.c.gc(true);
+  for (Clause* cl : clauses)
+    std::free(cl);
+}
+BENCHMARK(BM_GcEmptyGrownTables)->Arg(0)->Arg(100000);
+
+// range(0) distinct host terms: variables, then x_i < x_i+1 over them.
+void BM_MakeTerms(benchmark::State& state) {
+  int const n = static_cast<int>(state.range(0)) / 2;
+  for (auto _ : state) {
+    orvo::TermManager tm;
+    orvo::Type const* ints = tm.make_type("Int");
+    Symbol const* lt = tm.make_symbol("<", 2, tm.get_bool_type(), true);
+    Symbol const* x = tm.make_symbol("x", 0, ints);
+    Symbol const* s = tm.make_symbol("s", 1, ints);
+    Term_ const* t = tm.make_term(x);
+    for (int i = 0; i < n; ++i) {
+      Term_ const* next = tm.make_term(s, {t});
+      tm.make_term(lt, {t, next});
+      t = next;
+    }
+    benchmark::DoNotOptimize(tm.num_terms());
+  }
+  state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+BENCHMARK(BM_MakeTerms)->Arg(20000)->Arg(40000)->Arg(80000)->Arg(160000)->Unit(
+    benchmark::kMillisecond);
 
 }  // namespace

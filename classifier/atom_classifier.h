@@ -324,6 +324,8 @@ class AtomClassifier {
   std::vector<unsigned char> atom_AB_flags_;  // per atom: bit 0 in A, bit 1 in B
   std::vector<Term_ const*> purity_stack_;    // scratch stack of the purity walk
   hsh::HashSet<Symbol const*> term_symbols_;  // scratch result of get_term_symbols
+  std::vector<Term_ const*> symbol_stack_;    // scratch stack of get_term_symbols
+  std::vector<Term_ const*> symbol_marked_;   // scratch: terms get_term_symbols marked
   std::vector<bool> visit_marks_;             // two visit bits per term id
   Environment* env_;                          // borrowed host environment
   std::vector<UndoCell> undo_trail_;          // cells of the open levels

@@ -32,8 +32,11 @@ class CacheCleaner {
 hsh::HashSet<Symbol const*> const& AtomClassifier::get_term_symbols(Term_ const* t) {
   ORVO_ITP_REQUIRE(t != nullptr, "get_term_symbols", "null term, address", 0);
   term_symbols_.clear();
+  // The walk borrows its stack and marked list from the classifier, so that
+  // collecting the symbols of a term allocates nothing once they have grown.
+  symbol_marked_.clear();
   TermVisitor<SymbolCollectorCallback> visitor(SymbolCollectorCallback{&term_symbols_}, true,
-                                               &visit_marks_);
+                                               &visit_marks_, &symbol_stack_, &symbol_marked_);
   CacheCleaner cleaner(&visit_marks_, &visitor.marked());
   visitor.visit(t);
   return term_symbols_;

@@ -7,6 +7,14 @@
 // come from the table's own MemoryPool, so erasing and clearing recycle nodes
 // without calling the C allocator.
 //
+// The bucket of a key is its hash modulo the bucket count, computed with a
+// precomputed 128-bit reciprocal of the count instead of a division (see
+// detail::reduce). Behind the chain heads, in the same array, sits a two-level
+// occupancy bitmap: one bit per bucket, set when a node is linked into it and
+// left set by erasure, and one summary bit per 64-bucket word. clear() and
+// iteration follow the bits, so clearing costs what the table holds, not its
+// bucket count, and a grown table that has been emptied is cheap to scan.
+//
 // Iteration visits buckets in index order and each chain from its head; new
 // nodes are linked at the head, so inside a bucket the newest element comes
 // first (a rehash may reorder chains). The order is part of the observable
@@ -23,6 +31,7 @@
 #include <cstdint>
 #include <functional>
 #include <iterator>
+#include <limits>
 #include <new>
 #include <type_traits>
 #include <utility>
@@ -59,6 +68,50 @@ struct hash<T*> {
 
 template <>
 struct hash<Term_ const*>;
+
+namespace detail {
+
+__extension__ typedef unsigned __int128 uint128;  // g++ and clang++ both have it
+
+// The reciprocal of a bucket count d >= 2 for reduce(): ceil(2^128 / d).
+inline uint128 reciprocal(std::uint64_t d) noexcept {
+  return ~static_cast<uint128>(0) / d + 1;
+}
+
+// h mod d, for every 64-bit h, given m = reciprocal(d). m * h mod 2^128 is
+// the fractional part of h / d in 128-bit fixed point (m overestimates 1 / d
+// by less than 2^-64 of a unit of h, too little to carry into the integer
+// part); scaling it by d puts h mod d in the bits above 2^128. Four
+// multiplications instead of a 64-bit division.
+inline std::uint64_t reduce(std::uint64_t h, uint128 m, std::uint64_t d) noexcept {
+  uint128 const fraction = m * h;
+  uint128 const low = ((fraction & std::numeric_limits<std::uint64_t>::max()) * d) >> 64;
+  uint128 const high = (fraction >> 64) * d;
+  return static_cast<std::uint64_t>((low + high) >> 64);
+}
+
+inline std::uint64_t load_word(void const* slot) noexcept {
+  std::uint64_t w;
+  std::memcpy(&w, slot, sizeof w);
+  return w;
+}
+inline void store_word(void* slot, std::uint64_t w) noexcept {
+  std::memcpy(slot, &w, sizeof w);
+}
+inline unsigned lowest_bit(std::uint64_t w) noexcept {
+  return static_cast<unsigned>(__builtin_ctzll(w));
+}
+
+// Length of the slot array for `nbuckets` buckets: the chain heads, one
+// occupancy word per 64 buckets, one summary word per 64 occupancy words.
+constexpr std::size_t slots_for(std::size_t nbuckets) noexcept {
+  return nbuckets + (nbuckets + 63) / 64 + ((nbuckets + 63) / 64 + 63) / 64;
+}
+
+static_assert(sizeof(void*) == sizeof(std::uint64_t),
+              "an occupancy word takes the place of one chain head");
+
+}  // namespace detail
 
 template <class K>
 struct GetKey_identity {
@@ -103,15 +156,18 @@ class Hashtable {
     using reference = Value const&;
 
     Iter() noexcept = default;
-    Iter(std::vector<Bucket*> const* buckets, std::size_t index, Bucket* node) noexcept
-        : buckets(buckets), nbuckets(buckets->size()), index(index), node(node) {}
+    Iter(std::vector<Bucket*> const* buckets, std::size_t nbuckets, std::size_t index,
+         Bucket* node) noexcept
+        : buckets(buckets), nbuckets(nbuckets), index(index), node(node) {}
 
     reference operator*() const noexcept { return node->value; }
     pointer operator->() const noexcept { return &node->value; }
     Iter& operator++() noexcept {
       node = node->next;
-      while (node == nullptr && ++index < nbuckets)
-        node = (*buckets)[index];
+      if (node == nullptr) {
+        index = next_occupied(buckets->data(), nbuckets, index + 1);
+        if (index < nbuckets) node = (*buckets)[index];
+      }
       return *this;
     }
     Iter operator++(int) noexcept {
@@ -122,7 +178,7 @@ class Hashtable {
     friend bool operator==(Iter const& a, Iter const& b) noexcept { return a.node == b.node; }
     friend bool operator!=(Iter const& a, Iter const& b) noexcept { return a.node != b.node; }
 
-    std::vector<Bucket*> const* buckets = nullptr;  // the table's bucket vector
+    std::vector<Bucket*> const* buckets = nullptr;  // the table's slot array
     std::size_t nbuckets = 0;                       // bucket count when the iterator was made
     std::size_t index = 0;                          // bucket of `node`
     Bucket* node = nullptr;                         // current node, null at the end
@@ -135,28 +191,31 @@ class Hashtable {
   using const_iterator = Iter;
   using Pool = MemoryPool<sizeof(Bucket), false>;
 
-  Hashtable() : buckets_(static_cast<std::size_t>(primes[0]), nullptr) {}
+  Hashtable() : buckets_(detail::slots_for(static_cast<std::size_t>(primes[0])), nullptr) {
+    set_bucket_count(static_cast<std::size_t>(primes[0]));
+  }
   Hashtable(Hashtable const& other);
   Hashtable& operator=(Hashtable const& other);
   ~Hashtable() = default;  // the pool returns every chunk, the vector its array
 
   std::size_t size() const noexcept { return static_cast<std::size_t>(size_); }
   bool empty() const noexcept { return size_ == 0; }
-  std::size_t bucket_count() const noexcept { return buckets_.size(); }
+  std::size_t bucket_count() const noexcept { return nbuckets_; }
 
+  // An empty table answers without looking at its buckets.
   Iter begin() const noexcept {
-    for (std::size_t i = 0; i < buckets_.size(); ++i)
-      if (buckets_[i] != nullptr) return Iter(&buckets_, i, buckets_[i]);
-    return end();
+    if (size_ == 0) return end();
+    std::size_t const i = next_occupied(buckets_.data(), nbuckets_, 0);
+    return Iter(&buckets_, nbuckets_, i, buckets_[i]);
   }
-  Iter end() const noexcept { return Iter(&buckets_, buckets_.size(), nullptr); }
+  Iter end() const noexcept { return Iter(&buckets_, nbuckets_, nbuckets_, nullptr); }
 
   // The element with key `key`, or end(). An empty table answers without hashing.
   Iter find(Key const& key) const noexcept {
     if (size_ == 0) return end();
     std::size_t const index = bucket_of(key);
     for (Bucket* b = buckets_[index]; b != nullptr; b = b->next)
-      if (Equal()(GetKey()(b->value), key)) return Iter(&buckets_, index, b);
+      if (Equal()(GetKey()(b->value), key)) return Iter(&buckets_, nbuckets_, index, b);
     return end();
   }
 
@@ -185,17 +244,32 @@ class Hashtable {
     unlink(it.index, previous, it.node);
   }
 
-  // Drops every element; the bucket array and the pool's chunks stay.
+  // Drops every element; the bucket array and the pool's chunks stay. The
+  // marked buckets are emptied in index order, each chain from its head, so
+  // nodes reach the free list in the same order as with a walk over every
+  // bucket; the unmarked ones are skipped 64 or 4096 at a time.
   void clear() noexcept {
     if (size_ == 0) return;
-    for (Bucket*& head : buckets_) {
-      Bucket* b = head;
-      while (b != nullptr) {
-        Bucket* next = b->next;
-        pool_.deallocate(b);
-        b = next;
+    Bucket** const slots = buckets_.data();
+    std::size_t const nwords = summary_at_ - nbuckets_;
+    for (std::size_t s = 0; s * 64 < nwords; ++s) {
+      std::uint64_t summary = detail::load_word(slots + summary_at_ + s);
+      if (summary == 0) continue;
+      detail::store_word(slots + summary_at_ + s, 0);
+      for (; summary != 0; summary &= summary - 1) {
+        std::size_t const w = s * 64 + detail::lowest_bit(summary);
+        std::uint64_t bits = detail::load_word(slots + nbuckets_ + w);
+        detail::store_word(slots + nbuckets_ + w, 0);
+        for (; bits != 0; bits &= bits - 1) {
+          Bucket*& head = slots[w * 64 + detail::lowest_bit(bits)];
+          for (Bucket* b = head; b != nullptr;) {
+            Bucket* next = b->next;
+            pool_.deallocate(b);
+            b = next;
+          }
+          head = nullptr;
+        }
       }
-      head = nullptr;
     }
     size_ = 0;
   }
@@ -219,8 +293,8 @@ class Hashtable {
   // of its chain. The growth test runs first, on every call.
   template <class Make>
   Bucket* find_or_insert(Key const& key, Make make, bool& inserted) {
-    if (static_cast<double>(static_cast<float>(size_) / static_cast<float>(buckets_.size())) > 0.7)
-      rehash(buckets_.size() + 1);
+    if (static_cast<double>(static_cast<float>(size_) / static_cast<float>(nbuckets_)) > 0.7)
+      rehash(nbuckets_ + 1);
     std::size_t const index = bucket_of(key);
     for (Bucket* b = buckets_[index]; b != nullptr; b = b->next) {
       if (Equal()(GetKey()(b->value), key)) {
@@ -230,17 +304,19 @@ class Hashtable {
     }
     Bucket* node = new (pool_.allocate()) Bucket{buckets_[index], make()};
     buckets_[index] = node;
+    mark(index);
     ++size_;
     inserted = true;
     return node;
   }
 
   Iter iter_at(Bucket* node) const noexcept {
-    return Iter(&buckets_, bucket_of(GetKey()(node->value)), node);
+    return Iter(&buckets_, nbuckets_, bucket_of(GetKey()(node->value)), node);
   }
 
   std::size_t bucket_of(Key const& key) const noexcept {
-    return static_cast<std::size_t>(Hash()(key) % static_cast<std::uint64_t>(buckets_.size()));
+    return static_cast<std::size_t>(
+        detail::reduce(Hash()(key), reciprocal_, static_cast<std::uint64_t>(nbuckets_)));
   }
 
  private:
@@ -253,19 +329,60 @@ class Hashtable {
     pool_.deallocate(node);
   }
 
+  // The first bucket from `from` on whose chain is not empty, or nbuckets.
+  // Only marked buckets are looked at.
+  static std::size_t next_occupied(Bucket* const* slots, std::size_t nbuckets,
+                                   std::size_t from) noexcept {
+    for (std::size_t i = from; i < nbuckets;) {
+      std::uint64_t const bits = detail::load_word(slots + nbuckets + i / 64) >> (i % 64);
+      if (bits == 0) {
+        i = (i / 64 + 1) * 64;
+        continue;
+      }
+      i += detail::lowest_bit(bits);
+      if (slots[i] != nullptr) return i;
+      ++i;
+    }
+    return nbuckets;
+  }
+
+  // Records that bucket `index` may hold nodes.
+  void mark(std::size_t index) noexcept {
+    Bucket** const slots = buckets_.data();
+    std::size_t const w = index / 64;
+    detail::store_word(slots + nbuckets_ + w,
+                       detail::load_word(slots + nbuckets_ + w) | std::uint64_t{1} << (index % 64));
+    detail::store_word(
+        slots + summary_at_ + w / 64,
+        detail::load_word(slots + summary_at_ + w / 64) | std::uint64_t{1} << (w % 64));
+  }
+
+  // Takes `n` as the bucket count of the current slot array.
+  void set_bucket_count(std::size_t n) noexcept {
+    nbuckets_ = n;
+    summary_at_ = n + (n + 63) / 64;
+    reciprocal_ = detail::reciprocal(static_cast<std::uint64_t>(n));
+  }
+
   // Replaces every chain with a copy of `other`'s chain at the same index,
-  // taking nodes from this table's pool. Chains already here are dropped
-  // without returning their nodes to the free list.
+  // taking nodes from this table's pool, and marks the buckets anew. Chains
+  // already here are dropped without returning their nodes to the free list.
   void copy_chains_from(Hashtable const& other);
 
-  Pool pool_;                     // source of every node of this table
-  std::vector<Bucket*> buckets_;  // chain heads; null for an empty bucket
-  std::uint64_t size_ = 0;        // number of stored elements
+  Pool pool_;  // source of every node of this table
+  // Chain heads (null for an empty bucket), then the occupancy words, then
+  // the summary words: detail::slots_for(nbuckets_) slots in all.
+  std::vector<Bucket*> buckets_;
+  std::size_t nbuckets_ = 0;    // bucket count
+  std::size_t summary_at_ = 0;  // index of the first summary word in buckets_
+  detail::uint128 reciprocal_;  // detail::reciprocal(nbuckets_)
+  std::uint64_t size_ = 0;      // number of stored elements
 };
 
 template <class V, class G, class K, class H, class E>
 Hashtable<V, G, K, H, E>::Hashtable(Hashtable const& other)
     : buckets_(other.buckets_.size(), nullptr) {
+  set_bucket_count(other.nbuckets_);
   // Members are complete here: if the pool throws, their destructors return
   // the chunks and the array already obtained.
   copy_chains_from(other);
@@ -276,12 +393,13 @@ template <class V, class G, class K, class H, class E>
 Hashtable<V, G, K, H, E>& Hashtable<V, G, K, H, E>::operator=(Hashtable const& other) {
   if (this == &other) return *this;
   buckets_.resize(other.buckets_.size(), nullptr);
+  set_bucket_count(other.nbuckets_);
   try {
     copy_chains_from(other);
   } catch (...) {
     // Leave a consistent empty table rather than a half-built one.
-    for (Bucket*& head : buckets_)
-      head = nullptr;
+    for (Bucket*& slot : buckets_)
+      slot = nullptr;
     size_ = 0;
     throw;
   }
@@ -291,7 +409,9 @@ Hashtable<V, G, K, H, E>& Hashtable<V, G, K, H, E>::operator=(Hashtable const& o
 
 template <class V, class G, class K, class H, class E>
 void Hashtable<V, G, K, H, E>::copy_chains_from(Hashtable const& other) {
-  for (std::size_t i = 0; i < other.buckets_.size(); ++i) {
+  for (std::size_t i = nbuckets_; i < buckets_.size(); ++i)
+    buckets_[i] = nullptr;
+  for (std::size_t i = 0; i < nbuckets_; ++i) {
     buckets_[i] = nullptr;
     Bucket** tail = &buckets_[i];
     for (Bucket const* b = other.buckets_[i]; b != nullptr; b = b->next) {
@@ -299,12 +419,13 @@ void Hashtable<V, G, K, H, E>::copy_chains_from(Hashtable const& other) {
       *tail = node;
       tail = &node->next;
     }
+    if (buckets_[i] != nullptr) mark(i);
   }
 }
 
 template <class V, class G, class K, class H, class E>
 void Hashtable<V, G, K, H, E>::rehash(std::size_t n) {
-  if (buckets_.size() >= n) return;
+  if (nbuckets_ >= n) return;
   std::uint64_t count = primes[27];
   for (std::uint64_t p : primes) {
     if (p >= n) {
@@ -314,15 +435,18 @@ void Hashtable<V, G, K, H, E>::rehash(std::size_t n) {
   }
   // The new array is obtained before anything moves, so a failure leaves the
   // table as it was.
-  std::vector<Bucket*> old(static_cast<std::size_t>(count), nullptr);
+  std::vector<Bucket*> old(detail::slots_for(static_cast<std::size_t>(count)), nullptr);
   old.swap(buckets_);
-  for (Bucket* head : old) {
-    Bucket* b = head;
+  std::size_t const old_count = nbuckets_;
+  set_bucket_count(static_cast<std::size_t>(count));
+  for (std::size_t i = 0; i < old_count; ++i) {
+    Bucket* b = old[i];
     while (b != nullptr) {
       Bucket* next = b->next;
       std::size_t const index = bucket_of(G()(b->value));
       b->next = buckets_[index];
       buckets_[index] = b;
+      mark(index);
       b = next;
     }
   }
@@ -332,10 +456,17 @@ template <class V, class G, class K, class H, class E>
 bool Hashtable<V, G, K, H, E>::check_invariants() const {
   bool bucket_count_is_prime = false;
   for (std::uint64_t p : primes)
-    bucket_count_is_prime |= (p == buckets_.size());
-  if (!bucket_count_is_prime) return false;
+    bucket_count_is_prime |= (p == nbuckets_);
+  if (!bucket_count_is_prime || buckets_.size() != detail::slots_for(nbuckets_)) return false;
+  Bucket* const* const slots = buckets_.data();
   std::uint64_t reachable = 0;
-  for (std::size_t i = 0; i < buckets_.size(); ++i) {
+  for (std::size_t i = 0; i < nbuckets_; ++i) {
+    // A non-empty bucket is marked, and so is its occupancy word.
+    std::size_t const w = i / 64;
+    if (buckets_[i] != nullptr &&
+        (((detail::load_word(slots + nbuckets_ + w) >> (i % 64)) & 1) == 0 ||
+         ((detail::load_word(slots + summary_at_ + w / 64) >> (w % 64)) & 1) == 0))
+      return false;
     for (Bucket const* b = buckets_[i]; b != nullptr; b = b->next) {
       if (bucket_of(G()(b->value)) != i) return false;
       for (Bucket const* c = b->next; c != nullptr; c = c->next)
@@ -349,8 +480,8 @@ bool Hashtable<V, G, K, H, E>::check_invariants() const {
   std::vector<void const*> free_nodes;
   pool_.for_each_free([&free_nodes](void const* node) { free_nodes.push_back(node); });
   std::sort(free_nodes.begin(), free_nodes.end(), std::less<void const*>());
-  for (Bucket* head : buckets_)
-    for (Bucket const* b = head; b != nullptr; b = b->next)
+  for (std::size_t i = 0; i < nbuckets_; ++i)
+    for (Bucket const* b = buckets_[i]; b != nullptr; b = b->next)
       if (std::binary_search(free_nodes.begin(), free_nodes.end(), static_cast<void const*>(b),
                              std::less<void const*>()))
         return false;

@@ -71,7 +71,9 @@ Term_ const* TermManager::make_term(Symbol const* head, std::vector<Term_ const*
   auto found = term_index_.find(key);
   if (found != term_index_.end()) return found->second;
 
-  terms_.reserve(terms_.size() + 1);
+  // Room for one more term before anything else is made; doubling keeps the
+  // building of n terms linear.
+  if (terms_.size() == terms_.capacity()) terms_.reserve(2 * terms_.size() + 1);
   void* block = ::operator new(sizeof(Term_) + children.size() * sizeof(Term_ const*));
   Term_* t = new (block) Term_{static_cast<std::uint64_t>(terms_.size()), head};
   auto* slots = reinterpret_cast<Term_ const**>(t + 1);

@@ -10,6 +10,10 @@
 // is appended to the marked list; the caller clears the marks through that
 // list, never by a pass over the whole vector. Without marks the walk is a
 // plain tree walk that enters a subterm once per path.
+//
+// The walk stack and the marked list may be borrowed from the caller, who
+// keeps them from walk to walk: once they have grown, a walk allocates
+// nothing.
 #ifndef ORVO_ITP_HOST_TERM_VISITOR_H
 #define ORVO_ITP_HOST_TERM_VISITOR_H
 
@@ -26,12 +30,22 @@ namespace orvo {
 template <class Callback>
 class TermVisitor {
  public:
-  TermVisitor(Callback callback, bool use_marks, std::vector<bool>* marks)
-      : callback_(std::move(callback)), use_marks_(use_marks), marks_(marks) {}
+  // `stack` and `marked`, when given, are used instead of the visitor's own
+  // vectors; `marked` must be empty.
+  TermVisitor(Callback callback, bool use_marks, std::vector<bool>* marks,
+              std::vector<Term_ const*>* stack = nullptr,
+              std::vector<Term_ const*>* marked = nullptr)
+      : callback_(std::move(callback)),
+        use_marks_(use_marks),
+        marks_(marks),
+        stack_(stack != nullptr ? stack : &own_stack_),
+        marked_(marked != nullptr ? marked : &own_marked_) {}
+  TermVisitor(TermVisitor const&) = delete;
+  TermVisitor& operator=(TermVisitor const&) = delete;
 
   void visit(Term_ const* root);
 
-  std::vector<Term_ const*>& marked() noexcept { return marked_; }
+  std::vector<Term_ const*>& marked() noexcept { return *marked_; }
 
   // The two mark bits of a term.
   static std::uint64_t finished_bit(Term_ const* t) noexcept { return 2 * t->get_id(); }
@@ -62,14 +76,19 @@ class TermVisitor {
   }
 
   Callback callback_;
-  bool use_marks_;                    // always set by the classifier
-  std::vector<bool>* marks_;          // borrowed two-bit-per-id marks
-  std::vector<Term_ const*> marked_;  // terms whose entered mark this walk set
+  bool use_marks_;                        // always set by the classifier
+  std::vector<bool>* marks_;              // borrowed two-bit-per-id marks
+  std::vector<Term_ const*> own_stack_;   // used unless a stack is lent
+  std::vector<Term_ const*> own_marked_;  // used unless a marked list is lent
+  std::vector<Term_ const*>* stack_;      // terms still to visit
+  std::vector<Term_ const*>* marked_;     // terms whose entered mark this walk set
 };
 
 template <class Callback>
 void TermVisitor<Callback>::visit(Term_ const* root) {
-  std::vector<Term_ const*> stack(1, root);
+  std::vector<Term_ const*>& stack = *stack_;
+  stack.clear();
+  stack.push_back(root);
   if (!use_marks_) {
     while (!stack.empty()) {
       Term_ const* u = stack.back();
@@ -94,7 +113,7 @@ void TermVisitor<Callback>::visit(Term_ const* root) {
     callback_(u);
     // The term goes on the marked list before its mark is set, so that a
     // failure between the two leaves no set bit unlisted.
-    marked_.push_back(u);
+    marked_->push_back(u);
     set(u, entered_bit(u));
     bool pushed = false;
     for (std::size_t i = 0; i < u->get_arity(); ++i) {

@@ -1,6 +1,7 @@
 // Pooled hash tables: exact bucket counts at the growth thresholds, bucket
 // placement and iteration order, pool chunk sizes seen at the C allocator,
-// allocation failures, copy and assignment.
+// allocation failures, copy and assignment; the reciprocal bucket index and
+// the bitmap-guided clear and iteration against division and full scans.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -38,6 +39,14 @@ void add(T& t, typename T::key_type k) {
 template <class T>
 std::vector<typename T::value_type> contents(T const& t) {
   return {t.begin(), t.end()};  // the range constructor
+}
+template <class V>
+V key_of(V v) {
+  return v;
+}
+template <class K, class V>
+K key_of(std::pair<K, V> const& v) {
+  return v.first;
 }
 
 template <class T>
@@ -112,6 +121,78 @@ TYPED_TEST(PooledTable, GrowthChunksFailureClearCopyAndAssignment) {
     } catch (std::bad_alloc const&) {
     }
   }
+}
+
+// What a walk over every bucket would give: placement by division, erasure
+// keeping the order of the rest, clear() handing nodes to the free list in
+// bucket order (so they come back in reverse), and a refill iterating like a
+// fresh table of the same bucket count.
+TYPED_TEST(PooledTable, MarkedBucketsBehaveLikeAFullScan) {
+  using T = TypeParam;
+  using K = typename T::key_type;
+  T t;
+  for (std::size_t i = 0; i < 250; ++i)
+    add(t, key_at<T>(i));
+  ASSERT_EQ(t.bucket_count(), 643u);
+  for (auto it = t.begin(); it != t.end(); ++it)
+    EXPECT_EQ(it.index, hash<K>()(key_of(*it)) % t.bucket_count());
+
+  // Two of every three go; the buckets they leave stay marked.
+  auto drop = [](K k) { return hash<K>()(k) / 7 % 3 != 0; };
+  auto kept = contents(t);
+  kept.erase(
+      std::remove_if(kept.begin(), kept.end(), [&](auto const& v) { return drop(key_of(v)); }),
+      kept.end());
+  for (std::size_t i = 0; i < 250; ++i)
+    if (drop(key_at<T>(i))) t.erase(key_at<T>(i));
+  ASSERT_TRUE(kept.size() > 40 && kept.size() < 120);
+  EXPECT_EQ(contents(t), kept);
+  EXPECT_TRUE(t.check_invariants());
+
+  std::vector<void const*> freed;
+  for (auto const& v : t)
+    freed.push_back(&v);
+  t.clear();
+  EXPECT_TRUE(t.empty() && t.begin() == t.end() && t.pool().handed_out() == 0);
+  T fresh;
+  fresh.rehash(t.bucket_count());
+  for (std::size_t i = 0; i < 40; ++i) {
+    add(t, key_at<T>(i + 100));
+    add(fresh, key_at<T>(i + 100));
+    EXPECT_EQ(static_cast<void const*>(&*t.find(key_at<T>(i + 100))), freed[freed.size() - 1 - i]);
+  }
+  EXPECT_EQ(contents(t), contents(fresh));
+  EXPECT_TRUE(t.bucket_count() == 643u && t.check_invariants());
+  for (std::size_t i = 0; i < 40; ++i)
+    t.erase(key_at<T>(i + 100));
+  EXPECT_TRUE(t.begin() == t.end() && t.check_invariants());
+}
+
+TEST(PooledTableIndex, ReciprocalReductionEqualsDivision) {
+  std::vector<std::uint64_t> hashes = {
+      0, 1, 2, 0xffffffffULL, 0x100000000ULL, 1ULL << 63, (1ULL << 63) - 1, ~0ULL, ~0ULL - 1};
+  for (int k = -1000; k < 1000; ++k)  // int keys, negative ones near 2^64
+    hashes.push_back(hash<int>()(k));
+  std::uint64_t x = 0x9e3779b97f4a7c15ULL;
+  for (int i = 0; i < 20000; ++i) {  // splitmix64
+    std::uint64_t z = (x += 0x9e3779b97f4a7c15ULL);
+    z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9ULL;
+    z = (z ^ (z >> 27)) * 0x94d049bb133111ebULL;
+    hashes.push_back(z ^ (z >> 31));
+    hashes.push_back(static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(&x)) + 16 * i);
+  }
+  std::size_t wrong = 0, tried = 0;
+  for (std::uint64_t p : primes) {
+    detail::uint128 const m = detail::reciprocal(p);
+    std::vector<std::uint64_t> near = {p - 1, p, p + 1, ~0ULL / p * p, ~0ULL / p * p - 1};
+    for (std::uint64_t h : hashes)
+      near.push_back(h);
+    for (std::uint64_t h : near) {
+      wrong += detail::reduce(h, m, p) != h % p;
+      ++tried;
+    }
+  }
+  EXPECT_EQ(wrong, 0u) << "of " << tried;
 }
 
 TEST(PooledTableChunks, SizesDoubleUpTo8192Nodes) {

@@ -7,8 +7,8 @@
 // come from the table's own MemoryPool, so erasing and clearing recycle nodes
 // without calling the C allocator.
 //
-// The bucket of a key is its hash modulo the bucket count, computed with a
-// precomputed 128-bit reciprocal of the count instead of a division (see
+// The bucket of a key is its hash modulo the bucket count, computed from a
+// precomputed reciprocal of the count instead of a division (see
 // detail::reduce). Behind the chain heads, in the same array, sits a two-level
 // occupancy bitmap: one bit per bucket, set when a node is linked into it and
 // left set by erasure, and one summary bit per 64-bucket word. clear() and
@@ -74,21 +74,20 @@ namespace detail {
 
 __extension__ typedef unsigned __int128 uint128;  // g++ and clang++ both have it
 
-// The reciprocal of a bucket count d >= 2 for reduce(): ceil(2^128 / d).
-inline uint128 reciprocal(std::uint64_t d) noexcept {
-  return ~static_cast<uint128>(0) / d + 1;
+// The reciprocal of a bucket count d >= 2 for reduce(): floor((2^64 - 1) / d).
+inline std::uint64_t reciprocal(std::uint64_t d) noexcept {
+  return std::numeric_limits<std::uint64_t>::max() / d;
 }
 
-// h mod d, for every 64-bit h, given m = reciprocal(d). m * h mod 2^128 is
-// the fractional part of h / d in 128-bit fixed point (m overestimates 1 / d
-// by less than 2^-64 of a unit of h, too little to carry into the integer
-// part); scaling it by d puts h mod d in the bits above 2^128. Four
+// h mod d, for every 64-bit h, given m = reciprocal(d). Since
+// 2^64 / d - 1 <= m <= 2^64 / d, the high word of h * m undershoots the
+// quotient h / d by less than 2, so h minus that estimate times d lies in
+// [0, 2d) and one conditional subtraction leaves the remainder. Two
 // multiplications instead of a 64-bit division.
-inline std::uint64_t reduce(std::uint64_t h, uint128 m, std::uint64_t d) noexcept {
-  uint128 const fraction = m * h;
-  uint128 const low = ((fraction & std::numeric_limits<std::uint64_t>::max()) * d) >> 64;
-  uint128 const high = (fraction >> 64) * d;
-  return static_cast<std::uint64_t>((low + high) >> 64);
+inline std::uint64_t reduce(std::uint64_t h, std::uint64_t m, std::uint64_t d) noexcept {
+  auto const q = static_cast<std::uint64_t>((static_cast<uint128>(h) * m) >> 64);
+  std::uint64_t const r = h - q * d;
+  return r >= d ? r - d : r;
 }
 
 inline std::uint64_t load_word(void const* slot) noexcept {
@@ -291,16 +290,17 @@ class Hashtable {
 
  protected:
   // Finds the node for `key` or links a new one holding `make()` at the head
-  // of its chain. The growth test runs first, on every call.
+  // of its chain, and returns it with its bucket. The growth test runs first,
+  // on every call.
   template <class Make>
-  Bucket* find_or_insert(Key const& key, Make make, bool& inserted) {
+  Iter find_or_insert(Key const& key, Make make, bool& inserted) {
     if (static_cast<double>(static_cast<float>(size_) / static_cast<float>(nbuckets_)) > 0.7)
       rehash(nbuckets_ + 1);
     std::size_t const index = bucket_of(key);
     for (Bucket* b = buckets_[index]; b != nullptr; b = b->next) {
       if (Equal()(GetKey()(b->value), key)) {
         inserted = false;
-        return b;
+        return Iter(&buckets_, nbuckets_, index, b);
       }
     }
     Bucket* node = new (pool_.allocate()) Bucket{buckets_[index], make()};
@@ -308,11 +308,7 @@ class Hashtable {
     mark(index);
     ++size_;
     inserted = true;
-    return node;
-  }
-
-  Iter iter_at(Bucket* node) const noexcept {
-    return Iter(&buckets_, nbuckets_, bucket_of(GetKey()(node->value)), node);
+    return Iter(&buckets_, nbuckets_, index, node);
   }
 
   std::size_t bucket_of(Key const& key) const noexcept {
@@ -374,10 +370,10 @@ class Hashtable {
   // Chain heads (null for an empty bucket), then the occupancy words, then
   // the summary words: detail::slots_for(nbuckets_) slots in all.
   std::vector<Bucket*> buckets_;
-  std::size_t nbuckets_ = 0;    // bucket count
-  std::size_t summary_at_ = 0;  // index of the first summary word in buckets_
-  detail::uint128 reciprocal_;  // detail::reciprocal(nbuckets_)
-  std::uint64_t size_ = 0;      // number of stored elements
+  std::size_t nbuckets_ = 0;      // bucket count
+  std::size_t summary_at_ = 0;    // index of the first summary word in buckets_
+  std::uint64_t reciprocal_ = 0;  // detail::reciprocal(nbuckets_)
+  std::uint64_t size_ = 0;        // number of stored elements
 };
 
 template <class V, class G, class K, class H, class E>
@@ -498,9 +494,9 @@ class HashSet : public Hashtable<K, GetKey_identity<K>, K, Hash, Equal> {
   // Adds `key` if absent. Returns the element and whether it was added.
   std::pair<typename Base::Iter, bool> insert(K const& key) {
     bool inserted = false;
-    auto* node = this->find_or_insert(
+    auto it = this->find_or_insert(
         key, [&key] { return key; }, inserted);
-    return {this->iter_at(node), inserted};
+    return {it, inserted};
   }
 };
 
@@ -514,7 +510,7 @@ class HashMap : public Hashtable<std::pair<K, V>, GetKey_pair<K, V>, K, Hash, Eq
     return this
         ->find_or_insert(
             key, [&key] { return std::pair<K, V>(key, V(0)); }, inserted)
-        ->value.second;
+        .node->value.second;
   }
 };
 

@@ -96,6 +96,10 @@ class MemoryPool {
     void* node = free_list_;
     pool_detail::unpoison(node, N);
     free_list_ = pool_detail::next_of(node);
+    // The next allocation reads the new head's link: fetch it now, so that a
+    // free list scattered over the chunks (as clear() leaves it) is not a
+    // chain of cache misses, one per insertion.
+    __builtin_prefetch(free_list_);
     ++handed_out_;
     return node;
   }

@@ -183,7 +183,7 @@ TEST(PooledTableIndex, ReciprocalReductionEqualsDivision) {
   }
   std::size_t wrong = 0, tried = 0;
   for (std::uint64_t p : primes) {
-    detail::uint128 const m = detail::reciprocal(p);
+    std::uint64_t const m = detail::reciprocal(p);
     std::vector<std::uint64_t> near = {p - 1, p, p + 1, ~0ULL / p * p, ~0ULL / p * p - 1};
     for (std::uint64_t h : hashes)
       near.push_back(h);

@@ -191,13 +191,28 @@ void collect_symbols(SExpr const& e, std::vector<std::string_view>& out) {
 }
 
 std::string flat_text(SExpr const& e) {
-  if (!e.is_list()) return std::string(e.text);
-  std::string out = "(";
-  for (std::size_t i = 0; i < e.items.size(); ++i) {
-    if (i > 0) out += ' ';
-    out += flat_text(e.items[i]);
+  std::string out;
+  // (node, next item) frames of the lists being written, innermost last.
+  std::vector<std::pair<SExpr const*, std::size_t>> open;
+  auto write = [&](SExpr const& n) {
+    if (!out.empty() && out.back() != '(') out += ' ';
+    if (n.is_list()) {
+      out += '(';
+      open.emplace_back(&n, 0);
+    } else {
+      out += n.text;
+    }
+  };
+  write(e);
+  while (!open.empty()) {
+    auto& [list, next] = open.back();
+    if (next == list->items.size()) {
+      out += ')';
+      open.pop_back();
+    } else {
+      write(list->items[next++]);
+    }
   }
-  out += ')';
   return out;
 }
 

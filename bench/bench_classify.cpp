@@ -1,5 +1,5 @@
 // orvo-itp-classify end to end: the bundled real problems, and a generated
-// model-checker-like sequence problem of N steps (shared `let` terms, N/100
+// model-checker-like sequence problem of N steps (shared `let` terms, 100
 // queries of 100 items and one over all N steps) for the growth in N.
 //
 //   orvo_itp_bench_classify                       run the benchmarks
@@ -35,9 +35,12 @@ std::string sequence_script(int n) {
     s << " (and (< x" << i << " a6) (or (= a6 x" << i + 1 << ") (> a3 x" << i << ")) (<= a1 (+ x"
       << i + 1 << " 1)))" << std::string(7, ')') << " :named P" << i << "))\n";
   }
-  for (int q = 0; q + 100 <= n; q += 100) {
+  // 100 queries of 100 steps spread over the trace (overlapping below
+  // 10,000 steps), then one over every step.
+  for (int q = 0; q < 100 && n >= 100; ++q) {
+    int const first = static_cast<int>(static_cast<long long>(q) * (n - 100) / 99);
     s << "(get-interpolants";
-    for (int i = q; i < q + 100; ++i)
+    for (int i = first; i < first + 100; ++i)
       s << " P" << i;
     s << ")\n";
   }

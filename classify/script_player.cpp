@@ -52,8 +52,39 @@ bool has_kind(z3::expr const& e, Z3_decl_kind kind) {
 
 void ScriptPlayer::run(std::string_view text) {
   std::vector<SExpr> const commands = smtlib::read_commands(text);
-  for (SExpr const& command : commands) {
-    if (!perform(command)) break;
+  // Runs of declarations and runs of assertions go to z3's parser together:
+  // its cost per call dominates small commands.
+  std::vector<SExpr const*> run;
+  std::vector<Assertion> assertions;
+  for (std::size_t i = 0; i < commands.size();) {
+    std::string_view const head = commands[i].head();
+    run.clear();
+    if (head == "declare-fun" || head == "declare-const") {
+      for (; i < commands.size() &&
+             (commands[i].head() == "declare-fun" || commands[i].head() == "declare-const");
+           ++i)
+        run.push_back(&commands[i]);
+      reader_.declare_funs(run);
+      continue;
+    }
+    assertions.clear();
+    std::unordered_set<std::string> named;  // names given in this run
+    Assertion a;
+    while (i < commands.size() && split_assert(commands[i], a) && !mentions(*a.term, named)) {
+      if (a.named) named.insert(a.name);
+      run.push_back(&commands[i++]);
+      assertions.push_back(a);
+    }
+    if (!assertions.empty()) {
+      std::vector<SExpr const*> terms;
+      for (Assertion const& x : assertions)
+        terms.push_back(x.term);
+      std::vector<z3::expr> const formulas = reader_.read_assertions(run, terms);
+      for (std::size_t k = 0; k < assertions.size(); ++k)
+        add_assertion(assertions[k], formulas[k]);
+      continue;
+    }
+    if (!perform(commands[i++])) break;
   }
   for (std::size_t g = 0; g < groups_.size(); ++g) {
     auto const& group = classifier_.get_groups()[g];
@@ -100,30 +131,53 @@ bool ScriptPlayer::perform(SExpr const& command) {
   return true;
 }
 
-void ScriptPlayer::assert_command(SExpr const& command) {
-  if (command.items.size() != 2) throw ScriptError(command.where, "'assert' takes one term");
-  SExpr const* term = &command.items[1];
-  std::string name;
-  if (term->head() == "!") {
-    SExpr const& annotated = *term;
+bool ScriptPlayer::split_assert(SExpr const& command, Assertion& out) const {
+  if (command.head() != "assert" || command.items.size() != 2) return false;
+  out.command = &command;
+  out.term = &command.items[1];
+  out.named = false;
+  if (out.term->head() == "!") {
+    SExpr const& annotated = *out.term;
+    if (annotated.items.size() < 2) return false;
     for (std::size_t i = 2; i + 1 < annotated.items.size(); ++i)
-      if (annotated.items[i].kind == SExpr::Kind::keyword && annotated.items[i].value == ":named")
-        name = annotated.items[i + 1].value;
-    if (annotated.items.size() < 2) throw ScriptError(annotated.where, "malformed '!' term");
-    term = &annotated.items[1];
+      if (annotated.items[i].kind == SExpr::Kind::keyword && annotated.items[i].value == ":named") {
+        out.name = annotated.items[i + 1].value;
+        out.named = true;
+      }
+    out.term = &annotated.items[1];
   }
-  z3::expr const formula = reader_.read_assertion(command, *term);
+  return true;
+}
+
+bool ScriptPlayer::mentions(SExpr const& term, std::unordered_set<std::string> const& names) {
+  if (names.empty()) return false;
+  std::vector<std::string_view> symbols;
+  smtlib::collect_symbols(term, symbols);
+  std::string name;
+  for (std::string_view v : symbols) {
+    name.assign(v);
+    if (names.count(name) != 0) return true;
+  }
+  return false;
+}
+
+void ScriptPlayer::assert_command(SExpr const& command) {
+  Assertion a;
+  if (!split_assert(command, a)) throw ScriptError(command.where, "malformed 'assert' command");
+  add_assertion(a, reader_.read_assertion(command, *a.term));
+}
+
+void ScriptPlayer::add_assertion(Assertion a, z3::expr const& formula) {
   auto const start = Clock::now();
   int const group = classifier_.new_group_index();
-  if (name.empty()) name = "#" + std::to_string(group);
-  groups_.push_back(GroupInfo{name, true});
-  names_[name].push_back(group);
+  if (!a.named) a.name = "#" + std::to_string(group);
+  groups_.push_back(GroupInfo{a.name, true});
+  names_[a.name].push_back(group);
   register_atoms(formula, group);
   register_clauses(formula, group);
   report_.timing.classify += seconds_since(start);
   ++report_.timing.assertions;
-  if (!groups_.back().name.empty() && groups_.back().name[0] != '#')
-    reader_.name_term(name, formula);
+  if (a.named) reader_.name_term(a.name, formula);
 }
 
 int ScriptPlayer::atom_of(z3::expr const& e) {

@@ -51,6 +51,14 @@ class ScriptPlayer {
     bool live = true;  // not yet withdrawn by a pop
   };
 
+  // An assert command: its term without the `!` annotation, and its name.
+  struct Assertion {
+    SExpr const* command = nullptr;
+    SExpr const* term = nullptr;
+    std::string name;    // the :named name, or #N once the group exists
+    bool named = false;  // whether the script gave the name
+  };
+
   // One partition of a query: A is the groups at positions first..last.
   struct Cut {
     std::string node;
@@ -64,6 +72,12 @@ class ScriptPlayer {
   // Runs one command; false after `exit`.
   bool perform(SExpr const& command);
   void assert_command(SExpr const& command);
+  // Whether `command` is a well-formed assert; fills `out`.
+  bool split_assert(SExpr const& command, Assertion& out) const;
+  // Whether `term` uses one of `names`.
+  static bool mentions(SExpr const& term, std::unordered_set<std::string> const& names);
+  // Opens the assertion's group and registers the atoms and clauses of `formula`.
+  void add_assertion(Assertion a, z3::expr const& formula);
   // The atom variable of the atom `e`, made on first sight.
   int atom_of(z3::expr const& e);
   // Walks the Boolean structure; every distinct atom reached is added to
@@ -83,6 +97,12 @@ class ScriptPlayer {
   // The names of the A groups: all of them for the JSON document or a short
   // list, else the first five and the last four (the text report's view).
   void name_A_groups(Cut const& cut, PartitionReport& r) const;
+  // The status counts of every prefix cut of a sequence query. An atom that
+  // a group at no position holds is B-pure under every cut (that group's
+  // symbol counts hold every symbol of its term), so only the atoms of the
+  // query's own groups are walked, not every atom of the script.
+  std::vector<itp::CutIndex::StatusCounts> prefix_counts(
+      itp::CutIndex& index, std::vector<std::vector<int>> const& positions) const;
   // Every distinct atom some group holds now, by atom variable.
   std::vector<int> held_atoms() const;
   // The uninterpreted ones among `symbols`, by name, sorted.

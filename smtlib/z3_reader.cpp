@@ -76,6 +76,8 @@ z3::expr_vector Z3Reader::parse(std::string const& script, std::vector<std::stri
     funs.push_back(e->kind == Entry::Kind::function ? functions_[e->index]
                                                     : definitions_[e->index].placeholder);
   }
+  // z3 keeps the last error code until it is set again: clear it first.
+  Z3_set_error(ctx_, Z3_OK);
   auto const start = Clock::now();
   Z3_ast_vector raw = Z3_parse_smtlib2_string(
       ctx_, text.c_str(), static_cast<unsigned>(sorts.size()), sort_symbols.data(), sorts.data(),
@@ -165,35 +167,26 @@ void Z3Reader::define_sort(SExpr const& command) {
   bind(sort_names_, name, entry, command, false);
 }
 
-void Z3Reader::declare_fun(SExpr const& command) {
+std::string Z3Reader::declaration_probe(SExpr const& command) const {
   bool const is_const = command.head() == "declare-const";
-  std::string const& name = command.items.size() > 1 ? command.items[1].value : std::string();
-  std::vector<std::string_view> mentioned;
-  collect_symbols(command, mentioned);
-  // z3 checks the command first; the probe after it then names the new
-  // function, so that its declaration can be taken from the term z3 returns.
-  std::string probe;
-  std::size_t arity = 0;
-  if (command.items.size() == (is_const ? 3u : 4u) && command.items[1].is_symbol() &&
-      (is_const || command.items[2].is_list())) {
-    std::string const f(command.items[1].text);
-    if (!is_const) arity = command.items[2].items.size();
-    if (arity == 0) {
-      probe = "(assert (= " + f + " " + f + "))";
-    } else {
-      std::string binders, args;
-      for (std::size_t i = 0; i < arity; ++i) {
-        std::string const v = "|orvo!" + std::to_string(i) + "|";
-        binders += "(" + v + " " + std::string(command.items[2].items[i].text) + ")";
-        args += " " + v;
-      }
-      probe = "(assert (forall (" + binders + ") (= (" + f + args + ") (" + f + args + "))))";
-    }
+  if (command.items.size() != (is_const ? 3u : 4u) || !command.items[1].is_symbol() ||
+      (!is_const && !command.items[2].is_list()))
+    return {};
+  std::string const f(command.items[1].text);
+  std::size_t const arity = is_const ? 0 : command.items[2].items.size();
+  if (arity == 0) return "(assert (= " + f + " " + f + "))";
+  std::string binders, args;
+  for (std::size_t i = 0; i < arity; ++i) {
+    std::string const v = "|orvo!" + std::to_string(i) + "|";
+    binders += "(" + v + " " + std::string(command.items[2].items[i].text) + ")";
+    args += " " + v;
   }
-  z3::expr_vector got = parse(std::string(command.text) + probe, mentioned, name, command);
-  if (probe.empty() || got.size() != 1)
-    throw ScriptError(command.where, "malformed '" + std::string(command.head()) + "' command");
-  z3::expr const e = arity == 0 ? got[0].arg(0) : got[0].body().arg(0);
+  return "(assert (forall (" + binders + ") (= (" + f + args + ") (" + f + args + "))))";
+}
+
+void Z3Reader::bind_function(SExpr const& command, z3::expr const& probe) {
+  std::string const& name = command.items[1].value;
+  z3::expr const e = probe.is_quantifier() ? probe.body().arg(0) : probe.arg(0);
   z3::func_decl const decl = e.decl();
   Entry const* seen = visible(fun_names_, name);
   bool const same = seen != nullptr && seen->kind == Entry::Kind::function &&
@@ -202,6 +195,46 @@ void Z3Reader::declare_fun(SExpr const& command) {
   bool const again = same && seen->scope == entry.scope;
   bind(fun_names_, name, entry, command, same);
   if (!again) functions_.push_back(decl);
+}
+
+void Z3Reader::declare_fun(SExpr const& command) {
+  // z3 checks the command first; the probe after it then names the new
+  // function, so that its declaration can be taken from the term z3 returns.
+  std::string const probe = declaration_probe(command);
+  std::vector<std::string_view> mentioned;
+  collect_symbols(command, mentioned);
+  std::string const& name = command.items.size() > 1 ? command.items[1].value : std::string();
+  z3::expr_vector got = parse(std::string(command.text) + probe, mentioned, name, command);
+  if (probe.empty() || got.size() != 1)
+    throw ScriptError(command.where, "malformed '" + std::string(command.head()) + "' command");
+  bind_function(command, got[0]);
+}
+
+void Z3Reader::declare_funs(std::vector<SExpr const*> const& commands) {
+  // One by one when one is malformed or z3 rejects the run (also for the
+  // same declaration twice, which z3 refuses in one text and a scope takes):
+  // each command then succeeds or reports itself.
+  auto one_by_one = [&] {
+    for (SExpr const* c : commands)
+      declare_fun(*c);
+  };
+  std::string text;
+  for (SExpr const* c : commands) {
+    std::string const probe = declaration_probe(*c);
+    if (probe.empty()) return one_by_one();
+    text.append(c->text).append(probe);
+  }
+  if (commands.empty()) return;
+  z3::expr_vector got(ctx_);
+  try {
+    // A declaration mentions only sorts and its own name: no function is
+    // handed to z3.
+    got = parse(text, {}, {}, *commands.front());
+  } catch (ScriptError const&) {
+    return one_by_one();
+  }
+  for (std::size_t i = 0; i < commands.size(); ++i)
+    bind_function(*commands[i], got[static_cast<int>(i)]);
 }
 
 void Z3Reader::define_fun(SExpr const& command) {
@@ -326,22 +359,50 @@ void Z3Reader::pop() {
   scopes_.pop_back();
 }
 
-z3::expr Z3Reader::read_assertion(SExpr const& command, SExpr const& term) {
-  std::vector<std::string_view> mentioned;
-  collect_symbols(term, mentioned);
-  z3::expr_vector got = parse("(assert " + std::string(term.text) + ")", mentioned, {}, command);
-  z3::expr e = got[0];
-  bool defined = false;
+bool Z3Reader::mentions_definition(std::vector<std::string_view> const& mentioned) const {
   std::string name;
   for (std::string_view m : mentioned) {
     name.assign(m);
     Entry const* entry = visible(fun_names_, name);
-    if (entry != nullptr && entry->kind == Entry::Kind::definition) {
-      defined = true;
-      break;
-    }
+    if (entry != nullptr && entry->kind == Entry::Kind::definition) return true;
   }
-  return defined ? expand(e) : e;
+  return false;
+}
+
+z3::expr Z3Reader::read_assertion(SExpr const& command, SExpr const& term) {
+  std::vector<std::string_view> mentioned;
+  collect_symbols(term, mentioned);
+  z3::expr_vector got = parse("(assert " + std::string(term.text) + ")", mentioned, {}, command);
+  return mentions_definition(mentioned) ? expand(got[0]) : got[0];
+}
+
+std::vector<z3::expr> Z3Reader::read_assertions(std::vector<SExpr const*> const& commands,
+                                                std::vector<SExpr const*> const& terms) {
+  std::string text;
+  std::vector<std::string_view> mentioned;
+  std::vector<std::size_t> ends;  // where each term's mentions end
+  for (SExpr const* t : terms) {
+    text.append("(assert ").append(t->text).append(")");
+    collect_symbols(*t, mentioned);
+    ends.push_back(mentioned.size());
+  }
+  std::vector<z3::expr> out;
+  if (terms.empty()) return out;
+  z3::expr_vector got(ctx_);
+  try {
+    got = parse(text, mentioned, {}, *commands.front());
+  } catch (ScriptError const&) {
+    for (std::size_t i = 0; i < terms.size(); ++i)  // stops at the assertion z3 rejects
+      out.push_back(read_assertion(*commands[i], *terms[i]));
+    return out;
+  }
+  std::vector<std::string_view> own;
+  for (std::size_t i = 0; i < terms.size(); ++i) {
+    own.assign(mentioned.begin() + (i == 0 ? 0 : ends[i - 1]), mentioned.begin() + ends[i]);
+    z3::expr const e = got[static_cast<int>(i)];
+    out.push_back(mentions_definition(own) ? expand(e) : e);
+  }
+  return out;
 }
 
 z3::expr Z3Reader::expand(z3::expr const& root) {

@@ -42,6 +42,10 @@ class Z3Reader {
   void declare_sort(SExpr const& command);
   void define_sort(SExpr const& command);
   void declare_fun(SExpr const& command);  // declare-fun and declare-const
+  // Consecutive declare-fun and declare-const commands in one call of z3's
+  // parser, whose fixed cost dominates a small command; when z3 rejects one,
+  // the error names that command.
+  void declare_funs(std::vector<SExpr const*> const& commands);
   void define_fun(SExpr const& command);
   void declare_datatypes(SExpr const& command);  // declare-datatype and declare-datatypes
   void push();
@@ -50,6 +54,11 @@ class Z3Reader {
   // The Boolean term `term` of the assertion `command`, every definition
   // expanded.
   z3::expr read_assertion(SExpr const& command, SExpr const& term);
+  // Consecutive assertions (terms[i] of commands[i]) in one call of z3's
+  // parser. None of the terms may use a name that an earlier one of them
+  // gives (the caller ends the run there).
+  std::vector<z3::expr> read_assertions(std::vector<SExpr const*> const& commands,
+                                        std::vector<SExpr const*> const& terms);
   // A `:named` assertion's name stands for its term in later commands.
   void name_term(std::string const& name, z3::expr const& term);
 
@@ -81,6 +90,12 @@ class Z3Reader {
   // scope already gave the name another meaning.
   void bind(std::unordered_map<std::string, std::vector<Entry>>& table, std::string const& name,
             Entry entry, SExpr const& at, bool same_meaning);
+  // The probe that follows a declaration: an assertion whose term names the
+  // new function; empty for a malformed command.
+  std::string declaration_probe(SExpr const& command) const;
+  // Binds the function that `probe`, z3's reading of the probe, names.
+  void bind_function(SExpr const& command, z3::expr const& probe);
+  bool mentions_definition(std::vector<std::string_view> const& mentioned) const;
   // Replaces every placeholder application in `e` by its definition's body.
   z3::expr expand(z3::expr const& e);
   void check_arity(SExpr const& command, std::size_t min_items, std::size_t max_items) const;

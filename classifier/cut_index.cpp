@@ -56,49 +56,112 @@ void CutIndex::Placement::build(std::vector<int> const& key_begin,
                                 std::vector<int> const& key_groups,
                                 std::vector<int> const& group_begin,
                                 std::vector<int> const& group_positions, int num_positions) {
+  auto const at = [](std::vector<int> const& v, int i) { return v[static_cast<std::size_t>(i)]; };
   std::size_t const keys = key_begin.size() - 1;
-  pos_begin_.assign(1, 0);
-  gap_begin_.assign(1, 0);
-  pos_.clear();
-  gap_left_.clear();
-  gap_reach_.clear();
-  prefix_.assign(keys, PrefixStatus{num_positions, 0});
-  std::vector<int> merged;
-  std::vector<std::pair<int, int>> gaps;
-  for (std::size_t k = 0; k < keys; ++k) {
-    merged.clear();
-    gaps.clear();
-    for (int i = key_begin[k]; i < key_begin[k + 1]; ++i) {
-      auto const g = static_cast<std::size_t>(key_groups[static_cast<std::size_t>(i)]);
-      // The gaps of one group are the runs of positions between its own,
-      // both ends excluded; -1 and num_positions stand for the two edges.
-      int previous = -1;
-      for (int j = group_begin[g]; j < group_begin[g + 1]; ++j) {
-        int const p = group_positions[static_cast<std::size_t>(j)];
-        merged.push_back(p);
-        if (p - previous >= 2) gaps.emplace_back(previous, p);
-        previous = p;
-      }
-      if (num_positions - previous >= 2) gaps.emplace_back(previous, num_positions);
+  std::size_t const groups = group_begin.size() - 1;
+  // The keys of each group, and the occurrences (indices into
+  // group_positions) of each position, both by counting sort.
+  std::vector<int> group_key_begin(groups + 1, 0), group_keys(key_groups.size());
+  for (int g : key_groups)
+    ++group_key_begin[static_cast<std::size_t>(g) + 1];
+  for (std::size_t g = 0; g < groups; ++g)
+    group_key_begin[g + 1] += group_key_begin[g];
+  std::vector<int> cursor(group_key_begin.begin(), group_key_begin.end() - 1);
+  for (std::size_t k = 0; k < keys; ++k)
+    for (int i = key_begin[k]; i < key_begin[k + 1]; ++i)
+      group_keys[static_cast<std::size_t>(cursor[static_cast<std::size_t>(at(key_groups, i))]++)] =
+          static_cast<int>(k);
+  std::vector<int> owner(group_positions.size()),
+      occurrence_begin(static_cast<std::size_t>(num_positions) + 1, 0),
+      occurrences(group_positions.size());
+  for (std::size_t g = 0; g < groups; ++g)
+    for (int j = group_begin[g]; j < group_begin[g + 1]; ++j) {
+      owner[static_cast<std::size_t>(j)] = static_cast<int>(g);
+      ++occurrence_begin[static_cast<std::size_t>(at(group_positions, j)) + 1];
     }
-    std::sort(merged.begin(), merged.end());
-    merged.erase(std::unique(merged.begin(), merged.end()), merged.end());
-    pos_.insert(pos_.end(), merged.begin(), merged.end());
-    pos_begin_.push_back(static_cast<int>(pos_.size()));
+  for (std::size_t p = 0; p < static_cast<std::size_t>(num_positions); ++p)
+    occurrence_begin[p + 1] += occurrence_begin[p];
+  cursor.assign(occurrence_begin.begin(), occurrence_begin.end() - 1);
+  for (std::size_t j = 0; j < group_positions.size(); ++j)
+    occurrences[static_cast<std::size_t>(cursor[static_cast<std::size_t>(group_positions[j])]++)] =
+        static_cast<int>(j);
 
-    std::sort(gaps.begin(), gaps.end());
+  // Room per key: a position and a gap per position of each of its groups,
+  // and each group's gap at the left edge.
+  pos_begin_.assign(keys + 1, 0);
+  gap_begin_.assign(keys + 1, 0);
+  for (std::size_t k = 0; k < keys; ++k)
+    for (int i = key_begin[k]; i < key_begin[k + 1]; ++i) {
+      auto const g = static_cast<std::size_t>(at(key_groups, i));
+      pos_begin_[k + 1] += group_begin[g + 1] - group_begin[g];
+      gap_begin_[k + 1] += group_begin[g + 1] - group_begin[g] + 1;
+    }
+  for (std::size_t k = 0; k < keys; ++k) {
+    pos_begin_[k + 1] += pos_begin_[k];
+    gap_begin_[k + 1] += gap_begin_[k];
+  }
+  pos_.assign(static_cast<std::size_t>(pos_begin_.back()), 0);
+  gap_left_.assign(static_cast<std::size_t>(gap_begin_.back()), 0);
+  gap_reach_.assign(gap_left_.size(), 0);
+  std::vector<int> pos_end(pos_begin_.begin(), pos_begin_.end() - 1),
+      gap_end(gap_begin_.begin(), gap_begin_.end() - 1);
+  // A gap of a group is a run of positions strictly between two of its own;
+  // -1 and num_positions stand for the edges, and empty runs are left out.
+  auto add_gap = [&](std::size_t k, int left, int right) {
+    if (right - left < 2) return;
+    gap_left_[static_cast<std::size_t>(gap_end[k])] = left;
+    gap_reach_[static_cast<std::size_t>(gap_end[k]++)] = right;
+  };
+  // The gaps at the left edge first, then one sweep over the positions in
+  // ascending order: each key's positions and gaps come out sorted.
+  for (std::size_t k = 0; k < keys; ++k)
+    for (int i = key_begin[k]; i < key_begin[k + 1]; ++i) {
+      auto const g = static_cast<std::size_t>(at(key_groups, i));
+      add_gap(k, -1,
+              group_begin[g] < group_begin[g + 1] ? at(group_positions, group_begin[g])
+                                                  : num_positions);
+    }
+  for (int p = 0; p < num_positions; ++p)
+    for (int o = occurrence_begin[static_cast<std::size_t>(p)];
+         o < occurrence_begin[static_cast<std::size_t>(p) + 1]; ++o) {
+      int const j = at(occurrences, o);
+      int const g = at(owner, j);
+      int const next = j + 1 < at(group_begin, g + 1) ? at(group_positions, j + 1) : num_positions;
+      for (int i = at(group_key_begin, g); i < at(group_key_begin, g + 1); ++i) {
+        auto const k = static_cast<std::size_t>(at(group_keys, i));
+        if (pos_end[k] == pos_begin_[k] || at(pos_, pos_end[k] - 1) != p)
+          pos_[static_cast<std::size_t>(pos_end[k]++)] = p;
+        add_gap(k, p, next);
+      }
+    }
+
+  // Close up the unused room, turn right ends into the farthest reach so
+  // far, and read off the prefix numbers.
+  prefix_.assign(keys, PrefixStatus{num_positions, 0});
+  int pos_out = 0, gap_out = 0;
+  for (std::size_t k = 0; k < keys; ++k) {
+    int const pos_from = pos_begin_[k], gap_from = gap_begin_[k];
+    pos_begin_[k] = pos_out;
+    gap_begin_[k] = gap_out;
+    if (pos_end[k] > pos_from) prefix_[k].a_from = at(pos_, pos_from);
+    for (int i = pos_from; i < pos_end[k]; ++i)
+      pos_[static_cast<std::size_t>(pos_out++)] = at(pos_, i);
     int reach = 0;
-    for (auto const& gap : gaps) {
-      reach = std::max(reach, gap.second);
-      gap_left_.push_back(gap.first);
-      gap_reach_.push_back(reach);
+    for (int i = gap_from; i < gap_end[k]; ++i) {
+      int const left = at(gap_left_, i);
+      reach = std::max(reach, at(gap_reach_, i));
       // A prefix [0, r] fits inside a gap exactly when the gap opens at the
       // left edge and r is below its right end.
-      if (gap.first == -1) prefix_[k].b_below = reach;
+      if (left == -1) prefix_[k].b_below = reach;
+      gap_left_[static_cast<std::size_t>(gap_out)] = left;
+      gap_reach_[static_cast<std::size_t>(gap_out++)] = reach;
     }
-    gap_begin_.push_back(static_cast<int>(gap_left_.size()));
-    if (!merged.empty()) prefix_[k].a_from = merged.front();
   }
+  pos_begin_[keys] = pos_out;
+  gap_begin_[keys] = gap_out;
+  pos_.resize(static_cast<std::size_t>(pos_out));
+  gap_left_.resize(static_cast<std::size_t>(gap_out));
+  gap_reach_.resize(static_cast<std::size_t>(gap_out));
 }
 
 bool CutIndex::Placement::in_A(int key, int first, int last) const {
@@ -159,6 +222,13 @@ CutIndex::CutIndex(AtomClassifier& classifier, std::vector<std::vector<int>> con
       },
       symbol_keys_, symbols_, key_begin, key_groups);
   symbol_place_.build(key_begin, key_groups, group_begin, group_positions, num_positions_);
+  // Interpreted symbols pass every purity test: as a term's head they
+  // constrain no cut.
+  head_prefix_.resize(symbols_.size());
+  for (std::size_t k = 0; k < symbols_.size(); ++k)
+    head_prefix_[k] = env_->term_manager->is_interpreted(symbols_[k])
+                          ? PrefixStatus{0, num_positions_}
+                          : symbol_place_.prefix(static_cast<int>(k));
   gather_keys<int>(
       groups,
       [](AtomClassifier::Group const& group, auto&& add) {
@@ -253,9 +323,10 @@ void CutIndex::get_B_symbols(int first, int last, std::vector<Symbol const*>& ou
 // ---- Terms.
 
 CutIndex::PrefixStatus CutIndex::head_prefix(Symbol const* s) const {
-  if (env_->term_manager->is_interpreted(s)) return PrefixStatus{0, num_positions_};
   int const key = symbol_key(s);
-  return key < 0 ? PrefixStatus{num_positions_, 0} : symbol_place_.prefix(key);
+  if (key >= 0) return head_prefix_[static_cast<std::size_t>(key)];
+  return env_->term_manager->is_interpreted(s) ? PrefixStatus{0, num_positions_}
+                                               : PrefixStatus{num_positions_, 0};
 }
 
 CutIndex::PrefixStatus& CutIndex::memo(Term_ const* t) {

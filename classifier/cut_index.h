@@ -53,7 +53,8 @@
 //
 // SNAPSHOT RULE
 //
-// Building reads every group's symbol map and atom set once. The index then
+// Building reads every group's symbol map and atom set once, in time linear
+// in their sizes and the number of positions. The index then
 // describes the groups as they were: after any change of group contents
 // (atoms, pops, resets, new groups) build a new index. Debug builds stop with
 // a message when a query meets a different number of groups than the build
@@ -181,10 +182,11 @@ class CutIndex {
   std::vector<int> atoms_;                        // key -> atom variable
   Placement symbol_place_;                        // by symbol key
   Placement atom_place_;                          // by atom key
-  std::vector<PrefixStatus> prefix_memo_;         // by term id; a_from < 0: not yet known
-  std::vector<std::uint32_t> seen_;               // by term id: walk that last entered it
-  std::uint32_t walk_;                            // number of the current range walk
-  std::vector<Term_ const*> stack_;               // scratch stack of every walk
+  std::vector<PrefixStatus> head_prefix_;  // by symbol key: the numbers of the symbol as a head
+  std::vector<PrefixStatus> prefix_memo_;  // by term id; a_from < 0: not yet known
+  std::vector<std::uint32_t> seen_;        // by term id: walk that last entered it
+  std::uint32_t walk_;                     // number of the current range walk
+  std::vector<Term_ const*> stack_;        // scratch stack of every walk
 };
 
 }  // namespace itp

@@ -15,7 +15,7 @@
 
 #include "classifier/cut_index.h"
 #include "host/host.h"
-#include "support/alloc_hook.h"
+#include "fault/alloc_hook.h"
 
 namespace orvo {
 namespace itp {

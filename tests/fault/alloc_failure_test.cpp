@@ -23,7 +23,7 @@
 #include <vector>
 
 #include "classifier/atom_classifier.h"
-#include "support/alloc_hook.h"
+#include "fault/alloc_hook.h"
 #include "support/exception.h"
 
 namespace orvo {

@@ -8,45 +8,12 @@
 #include <string>
 #include <vector>
 
+#include "fault/alloc_hook.h"
 #include "model/model.h"
-#include "support/alloc_hook.h"
 
 namespace {
 
 using orvo::model::Driver;
-using orvo::model::Model;
-using orvo::model::Table;
-
-// The model itself against the worked examples of the tables and the dump.
-TEST(ModelSelfCheck, TablesAndDumpFollowTheWorkedExamples) {
-  Table<int> t, grown;
-  for (int k : {1, 32, 2})
-    t.insert(k);
-  EXPECT_EQ(t.keys(), (std::vector<int>{32, 1, 2}));
-  for (int k = 0; k < 22; ++k)
-    grown.insert(k);
-  EXPECT_EQ(grown.bucket_count(), 31u);
-  grown.insert(5);  // present, but the growth test runs first
-  EXPECT_EQ(grown.bucket_count(), 73u);
-  EXPECT_EQ(t.bucket(-1), 15u);
-  EXPECT_EQ(grown.bucket(-1), 1u);
-
-  orvo::Environment env;
-  for (int i = 0; i < 4; ++i)
-    env.new_atom(nullptr);
-  Model m;
-  m.env = &env;
-  m.add_atom(3, 0), m.add_atom(1, 0), m.new_group_index(), m.set_frontier(0);
-  auto dump = [&m] {
-    testing::internal::CaptureStdout();
-    m.debug_dump();
-    return testing::internal::GetCapturedStdout();
-  };
-  EXPECT_EQ(dump(),
-            "BEGIN CLASSIFIER DUMP\nA INDICES: 0 \nGROUPS:\n#0: 1 3 \n#1: \nEND CLASSIFIER DUMP\n");
-  m.set_frontier(31), m.set_A_groups({5, 31});
-  EXPECT_EQ(dump().substr(22, 20), "A INDICES: 31 5 \nGRO");
-}
 
 // The driver checks every predicted free through the executable's malloc wrap.
 [[maybe_unused]] bool const probes_set = (Driver::was_freed = orvo::test::was_freed,
@@ -86,7 +53,10 @@ TEST(ModelDriver, NoticesAndShrinksADeliberatelyWrongModel) {
   ASSERT_FALSE(o.ok);
   EXPECT_LE(o.shrunk, 30u) << o.report;
   EXPECT_NE(o.report.find("ASSERT_TRUE(d.step({orvo::model::Op::"), std::string::npos) << o.report;
-  std::printf("%s", o.report.c_str());
+  std::printf(
+      "model sensitivity check: the deliberately misordered model was caught, as it "
+      "must be; its report shrank to %zu calls\n",
+      o.shrunk);
 }
 
 }  // namespace

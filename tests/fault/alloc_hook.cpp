@@ -1,4 +1,4 @@
-#include "alloc_hook.h"
+#include "fault/alloc_hook.h"
 
 #include <cstdlib>
 #include <new>
@@ -21,14 +21,19 @@ void const* freed[ring_size];
 std::size_t freed_count = 0;
 
 bool should_fail() {
-  if (countdown == 0) return false;
-  if (countdown > 1) {
-    --countdown;
-    return false;
-  }
+  if (countdown == 0 || --countdown > 0) return false;
   fired = true;
-  if (!keep_failing) countdown = 0;
+  if (keep_failing) countdown = 1;
   return true;
+}
+
+// Counted like free; `record` also remembers the pointer for was_freed().
+void release(void* p, bool record) noexcept {
+  if (p != nullptr) {
+    if (record) freed[freed_count++ % ring_size] = p;
+    --live;
+  }
+  __real_free(p);
 }
 
 }  // namespace
@@ -38,16 +43,12 @@ extern "C" void* __wrap_malloc(std::size_t n) {
   last_size = n;
   if (should_fail()) return nullptr;
   void* p = __real_malloc(n);
-  if (p != nullptr) ++live;
+  live += p != nullptr;
   return p;
 }
 
 extern "C" void __wrap_free(void* p) {
-  if (p != nullptr) {
-    freed[freed_count++ % ring_size] = p;
-    --live;
-  }
-  __real_free(p);
+  release(p, true);
 }
 
 namespace orvo {
@@ -59,16 +60,20 @@ std::size_t malloc_calls() {
 std::size_t last_malloc_size() {
   return last_size;
 }
-
-bool was_freed(void const* p) {
-  std::size_t const n = freed_count < ring_size ? freed_count : ring_size;
-  for (std::size_t i = 0; i < n; ++i)
-    if (freed[i] == p) return true;
-  return false;
+bool failure_fired() {
+  return fired;
 }
-
+long live_allocations() {
+  return live;
+}
 void forget_frees() {
   freed_count = 0;
+}
+
+bool was_freed(void const* p) {
+  for (std::size_t i = 0; i < freed_count && i < ring_size; ++i)
+    if (freed[i] == p) return true;
+  return false;
 }
 
 void fail_allocation(std::size_t k, bool persistent) {
@@ -77,26 +82,11 @@ void fail_allocation(std::size_t k, bool persistent) {
   fired = false;
 }
 
-bool failure_fired() {
-  return fired;
-}
-
-long live_allocations() {
-  return live;
-}
-
 }  // namespace test
 }  // namespace orvo
 
-namespace {
-// operator delete: counted like free, but not recorded for was_freed().
-void release(void* p) noexcept {
-  if (p != nullptr) --live;
-  __real_free(p);
-}
-}  // namespace
-
 // operator new goes through the same hook, so container growth fails too.
+// Every form is replaced, so that none pairs with a sanitizer runtime's own.
 void* operator new(std::size_t n) {
   void* p = __wrap_malloc(n == 0 ? 1 : n);
   if (p == nullptr) throw std::bad_alloc();
@@ -106,20 +96,20 @@ void* operator new[](std::size_t n) {
   return operator new(n);
 }
 void* operator new(std::size_t n, std::nothrow_t const&) noexcept {
-  return __wrap_malloc(n == 0 ? 1 : n);
+  return __wrap_malloc(n ? n : 1);
 }
 void* operator new[](std::size_t n, std::nothrow_t const&) noexcept {
-  return __wrap_malloc(n == 0 ? 1 : n);
+  return __wrap_malloc(n ? n : 1);
 }
 void operator delete(void* p) noexcept {
-  release(p);
+  release(p, false);
 }
 void operator delete[](void* p) noexcept {
-  release(p);
+  release(p, false);
 }
 void operator delete(void* p, std::size_t) noexcept {
-  release(p);
+  release(p, false);
 }
 void operator delete[](void* p, std::size_t) noexcept {
-  release(p);
+  release(p, false);
 }

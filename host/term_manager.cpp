@@ -74,6 +74,8 @@ Term_ const* TermManager::make_term(Symbol const* head, std::vector<Term_ const*
   // Room for one more term before anything else is made; doubling keeps the
   // building of n terms linear.
   if (terms_.size() == terms_.capacity()) terms_.reserve(2 * terms_.size() + 1);
+  // The children are stored as pointers right after the term.
+  // NOLINTNEXTLINE(bugprone-sizeof-expression)
   void* block = ::operator new(sizeof(Term_) + children.size() * sizeof(Term_ const*));
   Term_* t = new (block) Term_{static_cast<std::uint64_t>(terms_.size()), head};
   auto* slots = reinterpret_cast<Term_ const**>(t + 1);

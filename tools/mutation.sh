@@ -48,8 +48,8 @@ import sys
 name, path = sys.argv[1], sys.argv[2]
 faults = {
     "growth": (
-        "static_cast<double>(static_cast<float>(size_) / static_cast<float>(buckets_.size())) > 0.7",
-        "static_cast<double>(static_cast<float>(size_ + 1) / static_cast<float>(buckets_.size())) > 0.7",
+        "static_cast<double>(static_cast<float>(size_) / static_cast<float>(nbuckets_)) > 0.7",
+        "static_cast<double>(static_cast<float>(size_ + 1) / static_cast<float>(nbuckets_)) > 0.7",
     ),
     "rehash-append": (
         "      b->next = buckets_[index];\n      buckets_[index] = b;\n",
@@ -70,9 +70,9 @@ faults = {
         "",
     ),
     "clear": (
-        "      Bucket* b = head;\n      while (b != nullptr) {\n        Bucket* next = b->next;\n"
-        "        pool_.deallocate(b);\n        b = next;\n      }\n      head = nullptr;\n",
-        "      head = nullptr;\n",
+        "          for (Bucket* b = head; b != nullptr;) {\n            Bucket* next = b->next;\n"
+        "            pool_.deallocate(b);\n            b = next;\n          }\n          head = nullptr;\n",
+        "          head = nullptr;\n",
     ),
     "unlink-leak": (
         "    --size_;\n    pool_.deallocate(node);\n",

@@ -54,12 +54,12 @@
 // SNAPSHOT RULE
 //
 // Building reads every group's symbol map and atom set once, in time linear
-// in their sizes and the number of positions. The index then
-// describes the groups as they were: after any change of group contents
-// (atoms, pops, resets, new groups) build a new index. Debug builds stop with
-// a message when a query meets a different number of groups than the build
-// saw, and the bulk queries (symbol sets, status counts) also when any group's
-// table sizes differ (matches_groups); release builds do not check. The classifier and its
+// in their sizes and the number of positions. The index then describes the
+// groups as they were: after any change of group contents (atoms, pops,
+// resets, new groups) build a new index. Debug builds stop with a message when
+// a query meets a different number of groups than the build saw, and the bulk
+// queries (symbol sets, status counts) also when any group's table sizes
+// differ (matches_groups); release builds do not check. The classifier and its
 // environment must outlive the index; the index never changes the classifier
 // and never reads its partition, its symbol sets or its flags.
 //

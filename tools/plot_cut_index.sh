@@ -56,7 +56,8 @@ set ylabel "CPU seconds for all G - 1 prefix cuts"
 set key top left
 set grid
 set title "Status of every atom at every prefix cut"
-plot "< grep Classifier $data" using 2:3:4:5 with yerrorlines lw 2 title "classifier: set\\\\_A\\\\_groups + get\\\\_term\\\\_status per cut (G = 10,000: every 100th cut)", \
-     "< grep CutIndex $data" using 2:3:4:5 with yerrorlines lw 2 title "cut index: build + prefix\\\\_status\\\\_counts"
+plot "< grep Classifier $data" using 2:3:4:5 with yerrorlines lw 2 \\
+       title "classifier path (G = 10,000: from every 100th cut)", \\
+     "< grep CutIndex $data" using 2:3:4:5 with yerrorlines lw 2 title "cut index"
 EOF
 echo "wrote $out" >&2

@@ -287,6 +287,7 @@ Term_ const* CutIndex::atom_term(int atom) const {
 }
 
 bool CutIndex::symbol_is_common(Symbol const* s, int first, int last, bool include_interpreted) {
+  ORVO_ITP_REQUIRE(s != nullptr, "symbol_is_common", "null symbol, address", 0);
   check_range("symbol_is_common", first, last);
   check_snapshot("symbol_is_common", false);
   if (!include_interpreted && env_->term_manager->is_interpreted(s)) return true;

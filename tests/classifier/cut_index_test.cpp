@@ -14,8 +14,8 @@
 #include <vector>
 
 #include "classifier/cut_index.h"
-#include "host/host.h"
 #include "fault/alloc_hook.h"
+#include "host/host.h"
 
 namespace orvo {
 namespace itp {
@@ -176,6 +176,7 @@ TEST(CutIndex, SharedSubtermsAreWalkedOnceAndGroupsMustNotChange) {
   in.c.new_group_index();
   EXPECT_DEATH(index.get_term_status(in.terms[0], 0, 0), "'get_term_status': groups changed");
   EXPECT_DEATH(index.get_term_status(in.terms[0], 0, int(index.size())), "not below size");
+  EXPECT_DEATH(index.symbol_is_common(nullptr, 0, 0), "'symbol_is_common': null symbol");
 #endif
 }
 

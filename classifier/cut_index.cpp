@@ -281,6 +281,12 @@ int CutIndex::symbol_key(Symbol const* s) const {
   return it == symbol_keys_.end() ? -1 : it->second;
 }
 
+bool CutIndex::counted(Term_ const* t) const {
+  Symbol const* head = t->get_symbol();
+  TermManager const* tm = env_->term_manager;
+  return head->get_output_type() == tm->get_bool_type() && !tm->is_reserved(head);
+}
+
 Term_ const* CutIndex::atom_term(int atom) const {
   auto const index = static_cast<std::size_t>(static_cast<unsigned>(atom));
   return atom < 0 || index >= env_->atom_terms.size() ? nullptr : env_->atom_terms[index];
@@ -434,10 +440,12 @@ CutIndex::StatusCounts CutIndex::status_counts(int first, int last) {
   check_range("status_counts", first, last);
   check_snapshot("status_counts", true);
   StatusCounts counts;
-  for (int atom : atoms_) {
-    Term_ const* t = atom_term(atom);
+  for (std::size_t k = 0; k < atoms_.size(); ++k) {
+    Term_ const* t = atom_term(atoms_[k]);
     if (t == nullptr) continue;
-    int const status = term_status(t, first, last);
+    int const status = counted(t) && atom_place_.in_B(static_cast<int>(k), first, last)
+                           ? 1
+                           : term_status(t, first, last);
     ++(status == 0 ? counts.A : status == 1 ? counts.B : counts.mixed);
   }
   return counts;
@@ -450,10 +458,12 @@ std::vector<CutIndex::StatusCounts> CutIndex::prefix_status_counts() {
   // First as histograms: out[r].B counts the atoms whose B-purity ends at r,
   // out[r].A those that are A-pure and not B-pure from r on.
   std::size_t total = 0;
-  for (int atom : atoms_) {
-    Term_ const* t = atom_term(atom);
+  for (std::size_t k = 0; k < atoms_.size(); ++k) {
+    Term_ const* t = atom_term(atoms_[k]);
     if (t == nullptr) continue;
     ++total;
+    // Held by a group at no position: B-pure under every prefix cut.
+    if (counted(t) && atom_place_.prefix(static_cast<int>(k)).b_below == num_positions_) continue;
     PrefixStatus const p = prefix_status(t);
     if (static_cast<std::size_t>(p.b_below) < n) ++out[static_cast<std::size_t>(p.b_below)].B;
     auto const a = static_cast<std::size_t>(std::max(p.a_from, p.b_below));

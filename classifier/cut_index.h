@@ -166,6 +166,10 @@ class CutIndex {
   // Key of a symbol, -1 when no group holds it.
   int symbol_key(Symbol const* s) const;
   Term_ const* atom_term(int atom) const;
+  // Whether registering an atom with term `t` counts t's symbols in its
+  // group (a Boolean term not headed by a reserved symbol). Such an atom is
+  // B-pure under every cut that puts one of its groups in B, without a walk.
+  bool counted(Term_ const* t) const;
   // The prefix cut numbers of a term's head symbol alone.
   PrefixStatus head_prefix(Symbol const* s) const;
   PrefixStatus& memo(Term_ const* t);

@@ -84,7 +84,7 @@ void ScriptPlayer::query(SExpr const& command) {
     std::vector<itp::CutIndex::StatusCounts> prefix;
     std::vector<std::vector<std::string>> common;
     if (sequence) {
-      prefix = prefix_counts(index, positions);
+      prefix = index.prefix_status_counts();
       common = prefix_common(positions);
     }
     std::vector<int> A;  // the A groups of the cut, sorted; grown cut by cut for a sequence
@@ -118,43 +118,6 @@ void ScriptPlayer::name_A_groups(Cut const& cut, PartitionReport& r) const {
     if (!lists() && n > 12 && i == 5) i = n - 4;
     r.A.push_back(groups_[cut.A[i]].name);
   }
-}
-
-std::vector<itp::CutIndex::StatusCounts> ScriptPlayer::prefix_counts(
-    itp::CutIndex& index, std::vector<std::vector<int>> const& positions) const {
-  auto const& groups = classifier_.get_groups();
-  std::vector<char> at_a_position(groups.size(), 0);
-  for (auto const& p : positions)
-    for (int g : p)
-      at_a_position[g] = 1;
-  // 1: held by a group at no position, 2: held by positioned groups only.
-  std::vector<char> held(env_.num_atoms(), 0);
-  for (std::size_t g = 0; g < groups.size(); ++g)
-    for (int a : groups[g].atoms)
-      held[a] = at_a_position[g] != 0 && held[a] != 1 ? 2 : 1;
-  std::size_t const n = positions.size();
-  std::vector<itp::CutIndex::StatusCounts> out(n);
-  // Histograms first: out[r].B counts the atoms whose B-purity ends at r,
-  // out[r].A those that are A-pure and not B-pure from r on.
-  std::size_t total = 0;
-  for (std::size_t a = 0; a < held.size(); ++a) {
-    if (held[a] == 0) continue;
-    ++total;
-    if (held[a] == 1) continue;  // B-pure under every cut
-    itp::CutIndex::PrefixStatus const p = index.prefix_status(env_.atom_terms[a]);
-    if (static_cast<std::size_t>(p.b_below) < n) ++out[static_cast<std::size_t>(p.b_below)].B;
-    auto const from = static_cast<std::size_t>(std::max(p.a_from, p.b_below));
-    if (from < n) ++out[from].A;
-  }
-  std::size_t b_ended = 0, a_pure = 0;
-  for (auto& c : out) {
-    b_ended += c.B;
-    a_pure += c.A;
-    c.B = total - b_ended;
-    c.A = a_pure;
-    c.mixed = total - c.A - c.B;
-  }
-  return out;
 }
 
 std::vector<int> ScriptPlayer::held_atoms() const {

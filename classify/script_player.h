@@ -97,12 +97,6 @@ class ScriptPlayer {
   // The names of the A groups: all of them for the JSON document or a short
   // list, else the first five and the last four (the text report's view).
   void name_A_groups(Cut const& cut, PartitionReport& r) const;
-  // The status counts of every prefix cut of a sequence query. An atom that
-  // a group at no position holds is B-pure under every cut (that group's
-  // symbol counts hold every symbol of its term), so only the atoms of the
-  // query's own groups are walked, not every atom of the script.
-  std::vector<itp::CutIndex::StatusCounts> prefix_counts(
-      itp::CutIndex& index, std::vector<std::vector<int>> const& positions) const;
   // Every distinct atom some group holds now, by atom variable.
   std::vector<int> held_atoms() const;
   // The uninterpreted ones among `symbols`, by name, sorted.

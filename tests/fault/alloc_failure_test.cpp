@@ -231,10 +231,10 @@ bool run(Scenario const& s, int n, std::size_t k, bool persistent, Snap& ref) {
   return fired;
 }
 
-// Scenario steps. EACH runs its statement for i = 0 .. n-1.
+// Scenario steps. ORVO_ITP_EACH runs its statement for i = 0 .. n-1.
 // clang-format off
-#define STEP(...) [](Fx& f [[maybe_unused]]) { __VA_ARGS__; }
-#define EACH(...) for (int i = 0; i < f.n; ++i) __VA_ARGS__
+#define ORVO_ITP_STEP(...) [](Fx& f [[maybe_unused]]) { __VA_ARGS__; }
+#define ORVO_ITP_EACH(...) for (int i = 0; i < f.n; ++i) __VA_ARGS__
 // clang-format on
 void atoms_and_A(Fx& f) {  // group 0 holds every atom, groups 1-3 share them; A = {0}
   for (int i = 0; i <= f.n; ++i)
@@ -254,7 +254,7 @@ void nested_level(Fx& f) {  // one open level with groups, atoms, clauses and bt
   f.drop_host(f.n);
 }
 void keys(Fx& f) {
-  EACH(f.set.insert(31 * i), f.map[f.k[i]->get_symbol()] = unsigned(i));
+  ORVO_ITP_EACH(f.set.insert(31 * i), f.map[f.k[i]->get_symbol()] = unsigned(i));
 }
 std::size_t temporary_set_cost(Fx& f) {  // what pop's set of the created groups costs to build
   std::size_t const before = test::malloc_calls();
@@ -266,59 +266,68 @@ std::size_t temporary_set_cost(Fx& f) {  // what pop's set of the created groups
 
 constexpr unsigned kPartition = bit(kCounts) | bit(kTrail) | bit(kValid), kTable = bit(kTables);
 Scenario const scenarios[] = {
-    {"construct", STEP(), STEP(AtomClassifier c; c.set_env(&f.env); c.pre_add_atom(0, f.n)), kAll,
-     kAll},
-    {"new_group_index", STEP(EACH(f.c->pre_add_atom(i, i)); f.c->push_backtrack_point()),
-     STEP(f.c->new_group_index()), kNoCounts & ~bit(kTrail), kAll & ~bit(kLayout)},
-    {"add_atom", STEP(EACH(f.c->pre_add_atom(i, 0)); f.c->push_backtrack_point()),
-     STEP(f.c->add_atom(f.n, 0); f.c->pre_add_atom(f.n, 2 * f.n)), kNoCounts & ~bit(kTrail), 0},
-    {"add_atom_to_same_groups", STEP(EACH(f.c->pre_add_atom(0, i)); f.c->push_backtrack_point()),
-     STEP(f.c->add_atom_to_same_groups(1, 0)), kNoCounts & ~bit(kTrail), 0},
+    {"construct", ORVO_ITP_STEP(),
+     ORVO_ITP_STEP(AtomClassifier c; c.set_env(&f.env); c.pre_add_atom(0, f.n)), kAll, kAll},
+    {"new_group_index",
+     ORVO_ITP_STEP(ORVO_ITP_EACH(f.c->pre_add_atom(i, i)); f.c->push_backtrack_point()),
+     ORVO_ITP_STEP(f.c->new_group_index()), kNoCounts & ~bit(kTrail), kAll & ~bit(kLayout)},
+    {"add_atom", ORVO_ITP_STEP(ORVO_ITP_EACH(f.c->pre_add_atom(i, 0)); f.c->push_backtrack_point()),
+     ORVO_ITP_STEP(f.c->add_atom(f.n, 0); f.c->pre_add_atom(f.n, 2 * f.n)),
+     kNoCounts & ~bit(kTrail), 0},
+    {"add_atom_to_same_groups",
+     ORVO_ITP_STEP(ORVO_ITP_EACH(f.c->pre_add_atom(0, i)); f.c->push_backtrack_point()),
+     ORVO_ITP_STEP(f.c->add_atom_to_same_groups(1, 0)), kNoCounts & ~bit(kTrail), 0},
     {"add_clause to a full group",
-     STEP(EACH(f.c->add_clause(f.cl[i], 0)); f.c->push_backtrack_point()),
-     STEP(f.c->add_clause(f.cl[f.n], 0)), kAll, kAll & ~bit(kValid) & ~bit(kLayout)},
+     ORVO_ITP_STEP(ORVO_ITP_EACH(f.c->add_clause(f.cl[i], 0)); f.c->push_backtrack_point()),
+     ORVO_ITP_STEP(f.c->add_clause(f.cl[f.n], 0)), kAll, kAll & ~bit(kValid) & ~bit(kLayout)},
     {"add_clause growing groups",
-     STEP(EACH(f.c->add_clause(f.cl[i], i)); f.c->push_backtrack_point()),
-     STEP(f.c->add_clause(f.cl[f.n], 2 * f.n + 1)), kAll, kAll & ~bit(kValid) & ~bit(kLayout)},
-    {"add_btpoint_atom", STEP(EACH(f.c->add_btpoint_atom(i)); f.c->push_backtrack_point()),
-     STEP(f.c->add_btpoint_atom(f.n)), kAll, 0},
-    {"temporary atoms", STEP(EACH(f.c->add_temporary_A_atom(i), f.c->add_temporary_B_atom(i + 1))),
-     STEP(f.c->add_temporary_A_atom(f.n); f.c->add_temporary_B_atom(f.n + 1)), kAll, 0},
+     ORVO_ITP_STEP(ORVO_ITP_EACH(f.c->add_clause(f.cl[i], i)); f.c->push_backtrack_point()),
+     ORVO_ITP_STEP(f.c->add_clause(f.cl[f.n], 2 * f.n + 1)), kAll,
+     kAll & ~bit(kValid) & ~bit(kLayout)},
+    {"add_btpoint_atom",
+     ORVO_ITP_STEP(ORVO_ITP_EACH(f.c->add_btpoint_atom(i)); f.c->push_backtrack_point()),
+     ORVO_ITP_STEP(f.c->add_btpoint_atom(f.n)), kAll, 0},
+    {"temporary atoms",
+     ORVO_ITP_STEP(ORVO_ITP_EACH(f.c->add_temporary_A_atom(i), f.c->add_temporary_B_atom(i + 1))),
+     ORVO_ITP_STEP(f.c->add_temporary_A_atom(f.n); f.c->add_temporary_B_atom(f.n + 1)), kAll, 0},
     {"set_A_groups",
-     STEP(EACH(f.c->pre_add_atom(i, i)); f.c->set_frontier(0);
-          f.pick = {f.n, -1, 0, f.n / 2, 7 * f.n}),
-     STEP(f.c->set_A_groups(f.pick)), kAll, kPartition},
+     ORVO_ITP_STEP(ORVO_ITP_EACH(f.c->pre_add_atom(i, i)); f.c->set_frontier(0);
+                   f.pick = {f.n, -1, 0, f.n / 2, 7 * f.n}),
+     ORVO_ITP_STEP(f.c->set_A_groups(f.pick)), kAll, kPartition},
     {"set_frontier",
-     STEP(EACH(f.c->pre_add_atom(i, i)); f.c->push_backtrack_point(); f.c->set_A_groups({f.n / 2});
-          f.c->add_atom(f.n, 0)),  // the sets go stale, and a failed choice must leave them so
-     STEP(f.c->set_frontier(2 * f.n)), kAll, kPartition},
-    {"push_backtrack_point", STEP(EACH(f.c->push_backtrack_point())),
-     STEP(f.c->push_backtrack_point()), kAll, kAll},
-    {"pop_backtrack_point", nested_level, STEP(f.c->pop_backtrack_point()), kNoCounts, 0,
+     ORVO_ITP_STEP(ORVO_ITP_EACH(f.c->pre_add_atom(i, i)); f.c->push_backtrack_point();
+                   f.c->set_A_groups({f.n / 2}); f.c->add_atom(
+                       f.n, 0)),  // the sets go stale, and a failed choice must leave them so
+     ORVO_ITP_STEP(f.c->set_frontier(2 * f.n)), kAll, kPartition},
+    {"push_backtrack_point", ORVO_ITP_STEP(ORVO_ITP_EACH(f.c->push_backtrack_point())),
+     ORVO_ITP_STEP(f.c->push_backtrack_point()), kAll, kAll},
+    {"pop_backtrack_point", nested_level, ORVO_ITP_STEP(f.c->pop_backtrack_point()), kNoCounts, 0,
      temporary_set_cost},
     {"gc(true)",
-     STEP(EACH(f.c->add_clause(f.cl[i], i % 4), i % 3 ? f.drop_host(i) : void(),
-               i == f.n / 2 ? f.c->push_backtrack_point() : void())),
-     STEP(f.c->gc(true)), kAll, 0},
+     ORVO_ITP_STEP(ORVO_ITP_EACH(f.c->add_clause(f.cl[i], i % 4), i % 3 ? f.drop_host(i) : void(),
+                                 i == f.n / 2 ? f.c->push_backtrack_point() : void())),
+     ORVO_ITP_STEP(f.c->gc(true)), kAll, 0},
     {"reset_group",
-     STEP(EACH(f.c->pre_add_atom(i, 1), f.c->add_clause(f.cl[i], 1),
-               i % 2 ? f.drop_host(i) : void())),
-     STEP(f.c->reset_group(1)), kAll, 0},
-    {"debug_dump", STEP(EACH(f.c->pre_add_atom(f.n - i, i % 3)); f.c->set_A_groups({2, 0})),
-     STEP(f.c->debug_dump()), kAll, kAll & ~bit(kOut)},
-    {"get_term_symbols", STEP(), STEP(f.syms = &f.c->get_term_symbols(f.shared)), kAll, kAll},
+     ORVO_ITP_STEP(ORVO_ITP_EACH(f.c->pre_add_atom(i, 1), f.c->add_clause(f.cl[i], 1),
+                                 i % 2 ? f.drop_host(i) : void())),
+     ORVO_ITP_STEP(f.c->reset_group(1)), kAll, 0},
+    {"debug_dump",
+     ORVO_ITP_STEP(ORVO_ITP_EACH(f.c->pre_add_atom(f.n - i, i % 3)); f.c->set_A_groups({2, 0})),
+     ORVO_ITP_STEP(f.c->debug_dump()), kAll, kAll & ~bit(kOut)},
+    {"get_term_symbols", ORVO_ITP_STEP(), ORVO_ITP_STEP(f.syms = &f.c->get_term_symbols(f.shared)),
+     kAll, kAll},
     {"term queries", atoms_and_A,
-     STEP(f.ans = {f.c->get_term_status(f.chain), f.c->term_is_AB_mixed(f.shared),
-                   f.c->symbol_is_common(f.h, false), f.c->term_is_mixed(f.chain),
-                   f.c->are_compatible(f.chain, f.shared, false)};
-          f.groups = f.c->get_compatible_groups(f.truth, false)),
+     ORVO_ITP_STEP(f.ans = {f.c->get_term_status(f.chain), f.c->term_is_AB_mixed(f.shared),
+                            f.c->symbol_is_common(f.h, false), f.c->term_is_mixed(f.chain),
+                            f.c->are_compatible(f.chain, f.shared, false)};
+                   f.groups = f.c->get_compatible_groups(f.truth, false)),
      kAll, kAll & ~bit(kOut)},
-    {"table insert", keys, STEP(f.set.insert(31 * f.n)), kAll, kTable},
-    {"map operator[]", keys, STEP(++f.map[f.k[f.n]->get_symbol()]), kAll, kTable},
-    {"rehash", keys, STEP(f.set.rehash(f.set.bucket_count() + 1)), kAll, kAll},
-    {"copy construction", keys, STEP(f.copy.emplace(f.set)), kAll, kAll},
-    {"assignment", STEP(keys(f); EACH(f.other.insert(-i))), STEP(f.other = f.set), kAll & ~kTable,
-     0},
+    {"table insert", keys, ORVO_ITP_STEP(f.set.insert(31 * f.n)), kAll, kTable},
+    {"map operator[]", keys, ORVO_ITP_STEP(++f.map[f.k[f.n]->get_symbol()]), kAll, kTable},
+    {"rehash", keys, ORVO_ITP_STEP(f.set.rehash(f.set.bucket_count() + 1)), kAll, kAll},
+    {"copy construction", keys, ORVO_ITP_STEP(f.copy.emplace(f.set)), kAll, kAll},
+    {"assignment", ORVO_ITP_STEP(keys(f); ORVO_ITP_EACH(f.other.insert(-i))),
+     ORVO_ITP_STEP(f.other = f.set), kAll & ~kTable, 0},
 };
 
 TEST(AllocFailure, EveryOperationSurvivesEveryFailurePoint) {

@@ -77,6 +77,7 @@ void ScriptPlayer::run(std::string_view text) {
     }
     if (!assertions.empty()) {
       std::vector<SExpr const*> terms;
+      terms.reserve(assertions.size());
       for (Assertion const& x : assertions)
         terms.push_back(x.term);
       std::vector<z3::expr> const formulas = reader_.read_assertions(run, terms);

@@ -320,8 +320,8 @@ void Z3Reader::declare_datatypes(SExpr const& command) {
   std::string probe;
   for (std::size_t i = 0; i < names.size(); ++i) {
     std::string const v = "|orvo!d" + std::to_string(i) + "|";
-    probe += "(declare-fun " + v + " () " + std::string(raw_names[i]) + ")(assert (= " + v + " " +
-             v + "))";
+    probe.append("(declare-fun ").append(v).append(" () ").append(raw_names[i]);
+    probe.append(")(assert (= ").append(v).append(" ").append(v).append("))");
   }
   std::vector<std::string_view> mentioned;
   collect_symbols(command, mentioned);

@@ -162,11 +162,18 @@ class Hashtable {
 
     reference operator*() const noexcept { return node->value; }
     pointer operator->() const noexcept { return &node->value; }
+    // In a well-filled table the next chain is a few buckets away: those are
+    // looked at one by one, farther ones through the occupancy bitmap.
     Iter& operator++() noexcept {
       node = node->next;
-      if (node == nullptr) {
-        index = next_occupied(buckets->data(), nbuckets, index + 1);
-        if (index < nbuckets) node = (*buckets)[index];
+      if (node != nullptr) return *this;
+      Bucket* const* const slots = buckets->data();
+      std::size_t const near = nbuckets - index > 8 ? index + 8 : nbuckets;
+      while (++index < near)
+        if ((node = slots[index]) != nullptr) return *this;
+      if (index < nbuckets) {
+        index = next_occupied(slots, nbuckets, index);
+        if (index < nbuckets) node = slots[index];
       }
       return *this;
     }
@@ -344,14 +351,33 @@ class Hashtable {
   }
 
   // Records that bucket `index` may hold nodes.
+  // The summary word is written only when its occupancy word was empty, so
+  // that a run of insertions is not serialised on one summary word.
   void mark(std::size_t index) noexcept {
     Bucket** const slots = buckets_.data();
     std::size_t const w = index / 64;
-    detail::store_word(slots + nbuckets_ + w,
-                       detail::load_word(slots + nbuckets_ + w) | std::uint64_t{1} << (index % 64));
-    detail::store_word(
-        slots + summary_at_ + w / 64,
-        detail::load_word(slots + summary_at_ + w / 64) | std::uint64_t{1} << (w % 64));
+    std::uint64_t const bits = detail::load_word(slots + nbuckets_ + w);
+    detail::store_word(slots + nbuckets_ + w, bits | std::uint64_t{1} << (index % 64));
+    if (bits == 0)
+      detail::store_word(
+          slots + summary_at_ + w / 64,
+          detail::load_word(slots + summary_at_ + w / 64) | std::uint64_t{1} << (w % 64));
+  }
+
+  // Marks exactly the non-empty buckets, in one pass over the heads.
+  void mark_all() noexcept {
+    Bucket** const slots = buckets_.data();
+    for (std::size_t w = 0; w * 64 < nbuckets_; ++w) {
+      std::uint64_t bits = 0;
+      std::size_t const end = nbuckets_ - w * 64 < 64 ? nbuckets_ - w * 64 : 64;
+      for (std::size_t j = 0; j < end; ++j)
+        bits |= static_cast<std::uint64_t>(slots[w * 64 + j] != nullptr) << j;
+      detail::store_word(slots + nbuckets_ + w, bits);
+      if (bits != 0)
+        detail::store_word(
+            slots + summary_at_ + w / 64,
+            detail::load_word(slots + summary_at_ + w / 64) | std::uint64_t{1} << (w % 64));
+    }
   }
 
   // Takes `n` as the bucket count of the current slot array.
@@ -443,10 +469,10 @@ void Hashtable<V, G, K, H, E>::rehash(std::size_t n) {
       std::size_t const index = bucket_of(G()(b->value));
       b->next = buckets_[index];
       buckets_[index] = b;
-      mark(index);
       b = next;
     }
   }
+  mark_all();
 }
 
 template <class V, class G, class K, class H, class E>

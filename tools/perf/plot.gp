@@ -3,7 +3,7 @@
 # .dat files report.py writes. Run by tools/perf/run.sh:
 #   gnuplot -e "datadir='build/perf'" tools/perf/plot.gp
 if (!exists("datadir")) datadir = "build/perf"
-set terminal pngcairo size 1800,1500 font ",10"
+set terminal pngcairo size 1800,1500 font ",10" noenhanced
 set output "docs/performance-tables.png"
 set multiplot layout 3,6 title "ns per element (median of the repetitions) against n; log-log"
 set logscale xy

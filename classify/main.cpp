@@ -4,7 +4,9 @@
 // get-interpolants each partition's symbols and the status of every atom are
 // reported.
 //
-//   orvo-itp-classify [--json] [--atoms] [--dump] [--check] [--stats] FILE...
+//   orvo-itp-classify [--json] [--atoms] [--groups] [--dump] [--check] [--stats] FILE...
+//
+// A FILE named "-" is read from standard input.
 //
 // Exit status 0 when every file was read, 1 after an error (one line
 // FILE:LINE:COL: error: ... on standard error, nothing on standard output),
@@ -23,13 +25,14 @@
 namespace {
 
 char const usage[] =
-    "usage: orvo-itp-classify [options] FILE...\n"
+    "usage: orvo-itp-classify [options] FILE...   (FILE - reads standard input)\n"
     "Reads SMT-LIB v2 interpolation problems (named assertions, push/pop,\n"
     "get-interpolants) and reports, for every partition of every query, the\n"
     "A groups, the A, B and common symbols and the atoms by status.\n"
     "\n"
     "  --json    one JSON document per file (a JSON array for several files)\n"
     "  --atoms   list every atom with its status (text report)\n"
+    "  --groups  list every group: its atoms, clauses and symbols (text report)\n"
     "  --dump    add the classifier's debug dump of every partition (text report)\n"
     "  --check   answer every partition by both the cut index and the classifier\n"
     "            and stop with an error where they differ\n"
@@ -50,6 +53,8 @@ int main(int argc, char** argv) {
       options.symbol_lists = true;
     } else if (arg == "--atoms") {
       options.atoms = true;
+    } else if (arg == "--groups") {
+      options.groups = true;
     } else if (arg == "--dump") {
       options.dump = true;
     } else if (arg == "--check") {
@@ -59,7 +64,7 @@ int main(int argc, char** argv) {
     } else if (arg == "--help" || arg == "-h") {
       std::cout << usage;
       return 0;
-    } else if (arg.size() > 1 && arg[0] == '-') {
+    } else if (arg.size() > 1 && arg[0] == '-') {  // "-" alone is standard input
       std::cerr << "orvo-itp-classify: unknown option '" << arg << "'\n" << usage;
       return 2;
     } else {
@@ -74,14 +79,18 @@ int main(int argc, char** argv) {
   std::vector<orvo::classify::ProblemReport> reports;
   bool failed = false;
   for (std::string const& path : files) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
-      std::cerr << path << ":1:1: error: cannot open the file: " << std::strerror(errno) << "\n";
-      failed = true;
-      continue;
-    }
     std::ostringstream text;
-    text << in.rdbuf();
+    if (path == "-") {
+      text << std::cin.rdbuf();
+    } else {
+      std::ifstream in(path, std::ios::binary);
+      if (!in) {
+        std::cerr << path << ":1:1: error: cannot open the file: " << std::strerror(errno) << "\n";
+        failed = true;
+        continue;
+      }
+      text << in.rdbuf();
+    }
     try {
       reports.push_back(orvo::classify::classify_problem(path, text.str(), options, std::cerr));
     } catch (orvo::smtlib::ScriptError const& e) {

@@ -30,9 +30,10 @@ namespace orvo {
 namespace classify {
 
 struct Options {
-  bool atoms = false;  // report each atom with its status
-  bool dump = false;   // add the classifier's debug dump of every partition
-  bool check = false;  // answer every partition twice, by cut index and classifier, and compare
+  bool atoms = false;   // report each atom with its status
+  bool dump = false;    // add the classifier's debug dump of every partition
+  bool groups = false;  // list every group at the end of the script (text report)
+  bool check = false;   // answer every partition twice, by cut index and classifier, and compare
   bool symbol_lists = false;  // fill the A and B symbol lists (the JSON document has them)
 };
 

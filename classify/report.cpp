@@ -55,6 +55,12 @@ Json document(ProblemReport const& report) {
 void write_text(std::ostream& out, ProblemReport const& report, Options const& options) {
   out << report.file << ": " << report.groups.size() << " groups, " << report.queries.size()
       << (report.queries.size() == 1 ? " query\n" : " queries\n");
+  if (options.groups)
+    for (std::size_t g = 0; g < report.groups.size(); ++g) {
+      GroupReport const& r = report.groups[g];
+      out << "  group " << g << " " << r.name << ": " << r.atoms << " atoms, " << r.clauses
+          << " clauses; symbols " << joined(r.symbols, r.symbols.size()) << "\n";
+    }
   for (QueryReport const& q : report.queries) {
     out << "\nquery at line " << q.line << ": " << q.partitions.size()
         << (q.partitions.size() == 1 ? " partition\n" : " partitions\n");

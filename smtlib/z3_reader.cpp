@@ -130,14 +130,21 @@ std::string predefined_hint(std::string const& name) {
 void Z3Reader::declare_sort(SExpr const& command) {
   check_arity(command, 2, 3);
   std::string const& name = command.items[1].value;
-  if (command.items.size() == 3 && command.items[2].value != "0")
-    throw ScriptError(command.where, "sorts with parameters are not supported ('" + name + "')");
+  bool const parametric = command.items.size() == 3 && command.items[2].value != "0";
   try {
     parse(std::string(command.text), {}, {}, command);
   } catch (ScriptError const& e) {
     std::string const what = e.what();
     throw ScriptError(
         e.where(), what.find("already") != std::string::npos ? what + predefined_hint(name) : what);
+  }
+  if (parametric) {
+    // Handed over as text, like a define-sort with parameters: z3 makes the
+    // same sort of every instance, (Pair Int Bool), in every parse.
+    bind(sort_names_, name, Entry{Entry::Kind::sort_macro, scopes_.size() - 1, sort_macros_.size()},
+         command, false);
+    sort_macros_.emplace_back(command.text);
+    return;
   }
   Entry const entry{Entry::Kind::sort, scopes_.size() - 1, sorts_.size()};
   sorts_.push_back(ctx_.uninterpreted_sort(name.c_str()));

@@ -10,7 +10,8 @@
 // a fresh placeholder function that z3 parses under the definition's name,
 // and every application of it is replaced by the body (z3's own expansion,
 // bottom-up, with z3's substitution), so a definition's name never reaches
-// the terms. A `define-sort` with parameters is handed over as text. Scopes
+// the terms. Sorts with parameters (`declare-sort S n`, `define-sort` with
+// parameters) are handed over as text. Scopes
 // follow `push` and `pop`: what a level declares or defines goes with it.
 #ifndef ORVO_ITP_SMTLIB_Z3_READER_H
 #define ORVO_ITP_SMTLIB_Z3_READER_H
@@ -107,7 +108,7 @@ class Z3Reader {
   z3::context ctx_;
   std::string logic_;                                         // "(set-logic L)" or empty
   std::vector<z3::sort> sorts_;                               // every sort ever bound
-  std::vector<std::string> sort_macros_;                      // define-sort texts with parameters
+  std::vector<std::string> sort_macros_;                      // sort commands with parameters
   std::vector<z3::func_decl> functions_;                      // every declared function
   std::vector<Definition> definitions_;                       // every definition
   std::unordered_map<unsigned, std::size_t> placeholder_of_;  // placeholder decl id -> definition

@@ -21,11 +21,7 @@ namespace fs = std::filesystem;
 
 // Every partition is answered by the cut index and by the classifier, and
 // the two must agree.
-Options const checked = [] {
-  Options o;
-  o.symbol_lists = o.check = true;
-  return o;
-}();
+Options const checked{false, false, false, true, true};  // check, symbol_lists
 
 ProblemReport run(std::string const& script, Options options = checked) {
   std::ostringstream warnings;
@@ -68,18 +64,19 @@ TEST(ClassifyRules, AtomsAreTheBooleanLeavesAndClausesTheLiteralConjuncts) {
 }
 
 TEST(ClassifyRules, DefinitionsExpandAndScopesFollowPushAndPop) {
-  ProblemReport r =
-      run(ints +
-          "(define-fun inc ((v Int)) Int (+ v 1))\n"
-          "(define-sort I () Int)(declare-datatypes ((T 0)) (((leaf) (node (val I)))))\n"
-          "(push 1)(declare-fun w () Real)(assert (! (> w (to_real (inc x))) :named a))\n"
-          "(pop 1)(declare-fun w () Bool)(assert (! (and w (= (val (node y)) z)) :named b))\n"
-          "(assert (! (> (inc (inc x)) 0) :named c))\n"
-          "(get-interpolants a b c)");
+  ProblemReport r = run(
+      ints +
+      "(define-fun inc ((v Int)) Int (+ v 1))\n"
+      "(define-sort I () Int)(declare-datatypes ((T 0)) (((leaf) (node (val I)))))\n"
+      "(declare-sort P 1)(declare-fun u () (P Int))(declare-fun v () (P Int))\n"
+      "(push 1)(declare-fun w () Real)(assert (! (> w (to_real (inc x))) :named a))\n"
+      "(pop 1)(declare-fun w () Bool)(assert (! (and w (= (val (node y)) z) (= u v)) :named b))\n"
+      "(assert (! (> (inc (inc x)) 0) :named c))\n"
+      "(get-interpolants a b c)");
   ASSERT_EQ(r.groups.size(), 3u);
   EXPECT_EQ(r.groups[0].atoms, 0u);  // popped: empty, name kept
   EXPECT_EQ(r.groups[0].name, "a");
-  EXPECT_EQ(r.groups[1].symbols, (std::vector<std::string>{"w", "y", "z"}));
+  EXPECT_EQ(r.groups[1].symbols, (std::vector<std::string>{"u", "v", "w", "y", "z"}));
   EXPECT_EQ(r.groups[2].symbols, std::vector<std::string>{"x"});  // inc is no symbol
   // a names the popped, empty group: A has no symbols, and the Bool w of b
   // is the live one.
@@ -87,9 +84,9 @@ TEST(ClassifyRules, DefinitionsExpandAndScopesFollowPushAndPop) {
   auto const& p = r.queries[0].partitions;
   ASSERT_EQ(p.size(), 2u);
   EXPECT_TRUE(p[0].A_symbols.empty());
-  EXPECT_EQ(p[1].A_symbols, (std::vector<std::string>{"w", "y", "z"}));
+  EXPECT_EQ(p[1].A_symbols, (std::vector<std::string>{"u", "v", "w", "y", "z"}));
   EXPECT_EQ(p[1].B_symbols, std::vector<std::string>{"x"});
-  EXPECT_EQ(p[1].atoms.A, 2u);
+  EXPECT_EQ(p[1].atoms.A, 3u);
   EXPECT_EQ(p[1].atoms.B, 1u);
 
   EXPECT_EQ(error_of(ints + "(declare-fun x () Real)").substr(0, 4), "2:1:");
@@ -184,12 +181,9 @@ void check_goldens(fs::path const& problems, fs::path const& expected) {
   EXPECT_GT(count, 0u) << problems;
 }
 
-TEST(ClassifyGolden, BundledProblems) {
+TEST(ClassifyGolden, BundledAndSharedProblems) {
   fs::path const dir = fs::path(ORVO_ITP_SOURCE_DIR) / "classify" / "problems";
   check_goldens(dir, dir);
-}
-
-TEST(ClassifyGolden, SharedProblemSet) {
   fs::path const data = fs::path(ORVO_ITP_SOURCE_DIR) / ".." / "shared" / "data" / "smtlib";
   if (!fs::exists(data / "problems")) GTEST_SKIP() << "no shared problem set at " << data;
   check_goldens(data / "problems", data / "expected");

@@ -58,8 +58,7 @@ TEST(ClassifyRules, AtomsAreTheBooleanLeavesAndClausesTheLiteralConjuncts) {
   EXPECT_EQ(r.groups[1].atoms, 3u);  // p, q, (> x 0)
   EXPECT_EQ(r.groups[1].clauses, 5u);
   // A quantified formula is one atom; its bound variable is no symbol.
-  EXPECT_EQ(r.groups[2].atoms, 1u);
-  EXPECT_EQ(r.groups[2].clauses, 1u);
+  EXPECT_TRUE(r.groups[2].atoms == 1 && r.groups[2].clauses == 1);
   EXPECT_EQ(r.groups[2].symbols, std::vector<std::string>{"x"});
 }
 
@@ -80,14 +79,12 @@ TEST(ClassifyRules, DefinitionsExpandAndScopesFollowPushAndPop) {
   EXPECT_EQ(r.groups[2].symbols, std::vector<std::string>{"x"});  // inc is no symbol
   // a names the popped, empty group: A has no symbols, and the Bool w of b
   // is the live one.
-  ASSERT_EQ(r.queries.size(), 1u);
-  auto const& p = r.queries[0].partitions;
+  auto const& p = r.queries.at(0).partitions;
   ASSERT_EQ(p.size(), 2u);
   EXPECT_TRUE(p[0].A_symbols.empty());
   EXPECT_EQ(p[1].A_symbols, (std::vector<std::string>{"u", "v", "w", "y", "z"}));
   EXPECT_EQ(p[1].B_symbols, std::vector<std::string>{"x"});
-  EXPECT_EQ(p[1].atoms.A, 3u);
-  EXPECT_EQ(p[1].atoms.B, 1u);
+  EXPECT_TRUE(p[1].atoms.A == 3 && p[1].atoms.B == 1 && p[1].atoms.mixed == 0);
 
   EXPECT_EQ(error_of(ints + "(declare-fun x () Real)").substr(0, 4), "2:1:");
   EXPECT_EQ(error_of(ints + "(push 1)(declare-fun x () Real)(pop 1)(assert (> x 0.5))"),
@@ -107,14 +104,14 @@ TEST(ClassifyRules, QueriesNameGroupsAndSubtreesInPostOrder) {
   ASSERT_EQ(r.queries.size(), 3u);
   auto const& tree = r.queries[0].partitions;
   ASSERT_EQ(tree.size(), 6u);
-  std::vector<std::vector<std::string>> const A = {{"P0"},
-                                                   {"P1"},
-                                                   {"P0", "P1", "P2"},
-                                                   {"P3"},
-                                                   {"P4", "P4"},  // both live groups named P4
-                                                   {"P0", "P3", "P4", "P4"}};
-  for (std::size_t i = 0; i < A.size(); ++i)
-    EXPECT_EQ(tree[i].A, A[i]) << i;
+  // Group names of each A; both live groups named P4 count.
+  char const* const A[] = {"P0", "P1", "P0 P1 P2", "P3", "P4 P4", "P0 P3 P4 P4"};
+  for (std::size_t i = 0; i < 6; ++i) {
+    std::string names;
+    for (std::string const& n : tree[i].A)
+      names += (names.empty() ? "" : " ") + n;
+    EXPECT_EQ(names, A[i]) << i;
+  }
   EXPECT_EQ(tree[5].node, "(and P3 P0)");
   EXPECT_EQ(tree[4].common, (std::vector<std::string>{"x", "y", "z"}));
   EXPECT_EQ(r.queries[0].line, 6);
@@ -125,28 +122,23 @@ TEST(ClassifyRules, QueriesNameGroupsAndSubtreesInPostOrder) {
 
 TEST(ClassifyRules, ErrorsStopAtTheirPlace) {
   struct Case {
-    std::string script;
-    std::string where_and_words;
+    std::string script, where, words;
   } const cases[] = {
-      {"(assert true)\n  (assert (> x 0))", "2:3: z3 rejects the command"},
-      {"(declare-sort Int 0)", "1:1: z3 rejects the command"},
-      {"(declare-datatypes ((List 0)) (((nil))))", "1:1: z3 rejects"},
-      {"(push 2)(pop 1)\n(pop 2)", "2:1: pop of 2 levels below level 0"},
-      {"(assert (! true :named a))(get-interpolants a (and a b))",
-       "1:54: unknown assertion name 'b'"},
-      {"(assert true))", "1:14: unexpected ')'"},
-      {"(assert true)\n(assert (> 1 0)", "2:1: unbalanced"},
-      {"(echo \"unterminated)", "1:7: unterminated string"},
-      {"assert", "1:1: expected '('"},
-      {"(declare-fun f (Int) Int)(declare-fun f (Bool) Int)", "1:26: 'f' is already declared"},
+      {"(assert true)\n  (assert (> x 0))", "2:3:", "z3 rejects the command"},
+      {"(declare-sort Int 0)", "1:1:", "z3 4.8 predefines 'Int'"},
+      {"(declare-datatypes ((List 0)) (((nil))))", "1:1:", "predefines 'List' as a datatype"},
+      {"(push 2)(pop 1)\n(pop 2)", "2:1:", "pop of 2 levels below level 0"},
+      {"(assert (! true :named a))(get-interpolants a (and a b))", "1:54:", "unknown assertion"},
+      {"(assert true))", "1:14:", "unexpected ')'"},
+      {"(assert true)\n(assert (> 1 0)", "2:1:", "unbalanced"},
+      {"(echo \"unterminated)", "1:7:", "unterminated string"},
+      {"assert", "1:1:", "expected '('"},
+      {"(declare-fun f (Int) Int)(declare-fun f (Bool) Int)", "1:26:", "'f' is already declared"},
   };
   for (Case const& c : cases) {
     std::string const got = error_of(c.script);
-    EXPECT_EQ(got.substr(0, c.where_and_words.size()), c.where_and_words) << c.script;
+    EXPECT_TRUE(got.rfind(c.where, 0) == 0 && got.find(c.words) != std::string::npos) << got;
   }
-  EXPECT_NE(error_of("(declare-sort Int 0)").find("predefines 'Int'"), std::string::npos);
-  EXPECT_NE(error_of("(declare-datatypes ((List 0)) (((nil))))").find("as a datatype"),
-            std::string::npos);
   // Windows line ends read like any other; a comment may hold anything.
   EXPECT_EQ(error_of("; ( \" |\r\n(assert true)\r\n  (pop 1)"),
             "3:3: pop of 1 levels below level 0 (0 open)");

@@ -1,5 +1,7 @@
 #include "smtlib/host_terms.h"
 
+#include "smtlib/z3_walk.h"
+
 #include <utility>
 
 namespace orvo {
@@ -60,37 +62,16 @@ Symbol const* HostTerms::symbol_of(z3::expr const& e) {
 }
 
 Term_ const* HostTerms::convert(z3::expr const& root) {
-  auto known = terms_.find(root.id());
-  if (known != terms_.end()) return known->second;
-  std::vector<std::pair<z3::expr, bool>> stack;  // term, children scheduled
-  stack.emplace_back(root, false);
   std::vector<Term_ const*> children;
-  while (!stack.empty()) {
-    z3::expr const e = stack.back().first;
-    if (terms_.count(e.id()) != 0) {
-      stack.pop_back();
-      continue;
-    }
-    bool const quantifier = e.kind() == Z3_QUANTIFIER_AST;
-    unsigned const n = quantifier ? 1u : e.kind() == Z3_VAR_AST ? 0u : e.num_args();
-    if (!stack.back().second && n > 0) {
-      stack.back().second = true;
-      if (quantifier) {
-        stack.emplace_back(e.body(), false);
-      } else {
-        for (unsigned i = n; i-- > 0;)
-          stack.emplace_back(e.arg(i), false);
-      }
-      continue;
-    }
-    stack.pop_back();
-    children.clear();
-    for (unsigned i = 0; i < n; ++i)
-      children.push_back(terms_.at((quantifier ? e.body() : e.arg(i)).id()));
-    Term_ const* t = tm_.make_term(symbol_of(e), children);
-    terms_.emplace(e.id(), t);
-    alive_.push_back(e);
-  }
+  post_order(
+      root, [this](z3::expr const& e) { return terms_.count(e.id()) != 0; },
+      [&](z3::expr const& e) {
+        children.clear();
+        for (unsigned i = 0, n = num_children(e); i < n; ++i)
+          children.push_back(terms_.at(child(e, i).id()));
+        terms_.emplace(e.id(), tm_.make_term(symbol_of(e), children));
+        alive_.push_back(e);
+      });
   return terms_.at(root.id());
 }
 

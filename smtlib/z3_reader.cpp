@@ -1,5 +1,7 @@
 #include "smtlib/z3_reader.h"
 
+#include "smtlib/z3_walk.h"
+
 #include <algorithm>
 #include <utility>
 
@@ -9,12 +11,6 @@ namespace smtlib {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-// The ast kind of an expression, with numerals counted as applications.
-bool is_application(z3::expr const& e) {
-  Z3_ast_kind const k = e.kind();
-  return k == Z3_APP_AST || k == Z3_NUMERAL_AST;
-}
 
 }  // namespace
 
@@ -413,51 +409,33 @@ std::vector<z3::expr> Z3Reader::read_assertions(std::vector<SExpr const*> const&
 }
 
 z3::expr Z3Reader::expand(z3::expr const& root) {
-  std::unordered_map<unsigned, z3::expr> done;   // ast id -> expanded term
-  std::vector<std::pair<z3::expr, bool>> stack;  // term, children scheduled
-  stack.emplace_back(root, false);
+  std::unordered_map<unsigned, z3::expr> done;  // ast id -> expanded term
   std::vector<Z3_ast> args;
-  while (!stack.empty()) {
-    z3::expr const e = stack.back().first;
-    bool const scheduled = stack.back().second;
-    if (done.count(e.id()) != 0) {
-      stack.pop_back();
-      continue;
-    }
-    bool const app = is_application(e);
-    bool const quantifier = e.kind() == Z3_QUANTIFIER_AST;
-    unsigned const n = app ? e.num_args() : quantifier ? 1u : 0u;
-    if (!scheduled && n > 0) {
-      stack.back().second = true;
-      if (quantifier) {
-        stack.emplace_back(e.body(), false);
-      } else {
-        for (unsigned i = n; i-- > 0;)
-          stack.emplace_back(e.arg(i), false);
-      }
-      continue;
-    }
-    stack.pop_back();
-    args.clear();
-    bool changed = false;
-    for (unsigned i = 0; i < n; ++i) {
-      z3::expr const child = quantifier ? e.body() : e.arg(i);
-      z3::expr const& now = done.at(child.id());
-      changed = changed || !z3::eq(now, child);
-      args.push_back(now);
-    }
-    z3::expr result = e;
-    auto const def = app ? placeholder_of_.find(e.decl().id()) : placeholder_of_.end();
-    if (def != placeholder_of_.end()) {
-      Definition const& d = definitions_[def->second];
-      // Variable i of the body is parameter arity-1-i.
-      std::reverse(args.begin(), args.end());
-      result = n == 0 ? d.body : z3::expr(ctx_, Z3_substitute_vars(ctx_, d.body, n, args.data()));
-    } else if (changed) {
-      result = z3::expr(ctx_, Z3_update_term(ctx_, e, n, args.data()));
-    }
-    done.emplace(e.id(), result);
-  }
+  post_order(
+      root, [&](z3::expr const& e) { return done.count(e.id()) != 0; },
+      [&](z3::expr const& e) {
+        unsigned const n = num_children(e);
+        args.clear();
+        bool changed = false;
+        for (unsigned i = 0; i < n; ++i) {
+          z3::expr const c = child(e, i);
+          z3::expr const& now = done.at(c.id());
+          changed = changed || !z3::eq(now, c);
+          args.push_back(now);
+        }
+        z3::expr result = e;
+        auto const def = e.is_app() ? placeholder_of_.find(e.decl().id()) : placeholder_of_.end();
+        if (def != placeholder_of_.end()) {
+          Definition const& d = definitions_[def->second];
+          // Variable i of the body is parameter arity-1-i.
+          std::reverse(args.begin(), args.end());
+          result =
+              n == 0 ? d.body : z3::expr(ctx_, Z3_substitute_vars(ctx_, d.body, n, args.data()));
+        } else if (changed) {
+          result = z3::expr(ctx_, Z3_update_term(ctx_, e, n, args.data()));
+        }
+        done.emplace(e.id(), result);
+      });
   return done.at(root.id());
 }
 

@@ -8,7 +8,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <new>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -42,14 +41,6 @@ void add(T& t, typename T::key_type k) {
 template <class T>
 std::vector<typename T::value_type> contents(T const& t) {
   return {t.begin(), t.end()};  // the range constructor
-}
-template <class V>
-V key_of(V v) {
-  return v;
-}
-template <class K, class V>
-K key_of(std::pair<K, V> const& v) {
-  return v.first;
 }
 
 template <class T>

@@ -17,7 +17,7 @@
 #include <sstream>
 #include <string>
 
-#include "classify/problem.h"
+#include "orvo-itp-classify/classify.h"
 
 namespace {
 
@@ -52,17 +52,21 @@ std::string sequence_script(int n) {
 }
 
 void run(benchmark::State& state, std::string const& name, std::string const& text, double steps) {
-  orvo::classify::Timing t;
+  orvo::smtlib::Timing t;
+  double queries = 0;
+  std::size_t partitions = 0;
   for (auto _ : state) {
     std::ostringstream warnings;
     auto report = orvo::classify::classify_problem(name, text, {}, warnings);
     benchmark::DoNotOptimize(report.queries.data());
     t = report.timing;
+    queries = report.queries_time;
+    partitions = report.partitions;
   }
   state.counters["z3"] = t.z3;
   state.counters["classifier"] = t.classify;
-  state.counters["queries"] = t.queries;
-  state.counters["partitions"] = static_cast<double>(t.partitions);
+  state.counters["queries"] = queries;
+  state.counters["partitions"] = static_cast<double>(partitions);
   state.counters["per_assertion"] = benchmark::Counter(
       steps, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
@@ -85,7 +89,7 @@ void register_bundled() {
   char const* const files[] = {"counter",      "datatype3b",         "incremental_itp2",
                                "issue213_itp", "LockingExample.bpl", "treeInterpolation1"};
   for (char const* f : files) {
-    std::string const path = std::string(ORVO_ITP_SOURCE_DIR) + "/classify/problems/" + f + ".smt2";
+    std::string const path = std::string(ORVO_ITP_SOURCE_DIR) + "/orvo-itp-classify/problems/" + f + ".smt2";
     std::ifstream in(path, std::ios::binary);
     std::stringstream text;
     text << in.rdbuf();

@@ -81,9 +81,11 @@ struct hash<Term_ const*> {
 };
 }  // namespace hsh
 
-// Makes and owns sorts, symbols and terms. Asking again for a name already
-// made returns the object made first; asking again for a term with the same
-// head and children returns the same term.
+// Makes and owns sorts, symbols and terms. Asking again for a sort name
+// already made returns the sort made first; a symbol is told apart by its
+// name, arity and output sort together (two declarations of one name with
+// other sorts are two symbols); asking again for a term with the same head
+// and children returns the same term.
 class TermManager {
  public:
   TermManager();
@@ -114,7 +116,19 @@ class TermManager {
   };
 
   std::unordered_map<std::string, std::unique_ptr<Type>> types_;
-  std::unordered_map<std::string, std::unique_ptr<Symbol>> symbols_;
+  struct SymbolKey {
+    std::string name;
+    std::size_t arity;
+    Type const* type;
+    bool operator==(SymbolKey const& o) const noexcept {
+      return arity == o.arity && type == o.type && name == o.name;
+    }
+  };
+  struct SymbolKeyHash {
+    std::size_t operator()(SymbolKey const& key) const noexcept;
+  };
+
+  std::unordered_map<SymbolKey, std::unique_ptr<Symbol>, SymbolKeyHash> symbols_;
   std::vector<Term_*> terms_;  // by id
   std::unordered_map<std::vector<void const*>, Term_ const*, KeyHash> term_index_;
   Type const* bool_type_ = nullptr;

@@ -1,4 +1,5 @@
 #include <cstdint>
+#include <functional>
 #include <new>
 #include <stdexcept>
 
@@ -35,7 +36,7 @@ Symbol const* TermManager::make_symbol(std::string const& name, std::size_t arit
                                        Type const* output_type, bool interpreted) {
   if (output_type == nullptr)
     throw std::invalid_argument("make_symbol: null output type for " + name);
-  auto& slot = symbols_[name];
+  auto& slot = symbols_[SymbolKey{name, arity, output_type}];
   if (!slot) slot.reset(new Symbol(name, arity, output_type, interpreted));
   return slot.get();
 }
@@ -44,6 +45,12 @@ bool TermManager::is_reserved(Symbol const* s) const noexcept {
   for (Symbol const* r : reserved_)
     if (r == s) return true;
   return false;
+}
+
+std::size_t TermManager::SymbolKeyHash::operator()(SymbolKey const& key) const noexcept {
+  std::size_t const h = std::hash<std::string>()(key.name);
+  return h ^ (std::hash<void const*>()(key.type) + 0x9e3779b97f4a7c15ULL + (h << 6) + (h >> 2) +
+              key.arity);
 }
 
 std::size_t TermManager::KeyHash::operator()(std::vector<void const*> const& key) const noexcept {

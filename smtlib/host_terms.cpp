@@ -1,5 +1,6 @@
 #include "smtlib/host_terms.h"
 
+#include "smtlib/names.h"
 #include "smtlib/z3_walk.h"
 
 #include <utility>
@@ -7,20 +8,10 @@
 namespace orvo {
 namespace smtlib {
 
-Symbol const* HostTerms::make_symbol(std::string const& shown, std::string const& wanted,
-                                     std::size_t arity, z3::sort const& sort, bool interpreted) {
-  // The manager knows a symbol by its name alone, and its six reserved
-  // Boolean symbols are taken from the start: a name in use gets a suffix.
-  std::string name = wanted;
-  for (unsigned k = 2; taken_.count(name) != 0 || name == "true" || name == "false" ||
-                       name == "not" || name == "and" || name == "or" || name == "iff";
-       ++k)
-    name = wanted + "#" + std::to_string(k);
-  taken_.insert(name);
-  Type const* type = tm_.make_type(Z3_sort_to_string(sort.ctx(), sort));
-  Symbol const* s = tm_.make_symbol(name, arity, type, interpreted);
-  names_.emplace(s, shown);
-  return s;
+Symbol const* HostTerms::make_symbol(std::string const& name, std::size_t arity,
+                                     z3::sort const& sort, bool interpreted) {
+  Type const* type = tm_.make_type(script_text(Z3_sort_to_string(sort.ctx(), sort)));
+  return tm_.make_symbol(name, arity, type, interpreted);
 }
 
 Symbol const* HostTerms::symbol_of(z3::expr const& e) {
@@ -32,7 +23,7 @@ Symbol const* HostTerms::symbol_of(z3::expr const& e) {
     auto [it, fresh] = binders_.emplace(key, nullptr);
     if (fresh) {
       char const* kind = e.is_forall() ? "forall" : e.is_exists() ? "exists" : "lambda";
-      it->second = make_symbol(kind, key, 1, e.get_sort(), true);
+      it->second = make_symbol(std::string(kind) + " " + key, 1, e.get_sort(), true);
     }
     return it->second;
   }
@@ -42,7 +33,7 @@ Symbol const* HostTerms::symbol_of(z3::expr const& e) {
         ":var/" + std::to_string(index) + "/" + Z3_sort_to_string(c, e.get_sort());
     auto [it, fresh] = binders_.emplace(key, nullptr);
     if (fresh)
-      it->second = make_symbol("(:var " + std::to_string(index) + ")", key, 0, e.get_sort(), true);
+      it->second = make_symbol(key, 0, e.get_sort(), true);
     return it->second;
   }
   z3::func_decl const d = e.decl();
@@ -51,12 +42,13 @@ Symbol const* HostTerms::symbol_of(z3::expr const& e) {
   auto [it, fresh] = symbols_.emplace(key, nullptr);
   if (!fresh) return it->second;
   bool const interpreted = d.decl_kind() != Z3_OP_UNINTERPRETED;
-  std::string const shown = d.name().str();
   // Built-ins are overloaded (- of one or two arguments, + of any number,
-  // = on every sort); their manager names tell the overloads apart.
-  std::string const wanted =
-      interpreted ? shown + "/" + std::to_string(n) + "/" + std::to_string(d.id()) : shown;
-  it->second = make_symbol(shown, wanted, n, e.get_sort(), interpreted);
+  // = on every sort) and may share a name with a reserved symbol of the
+  // manager: their names carry the declaration's identity.
+  std::string const name = interpreted ? d.name().str() + "/" + std::to_string(n) + "/" +
+                                             std::to_string(d.id())
+                                       : script_name(d.name().str());
+  it->second = make_symbol(name, n, e.get_sort(), interpreted);
   decls_alive_.push_back(d);
   return it->second;
 }

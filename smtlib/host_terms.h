@@ -1,9 +1,11 @@
 // z3 terms as hash-consed host terms.
 //
 // One host symbol per z3 function declaration (a numeral's value is part of
-// its declaration), named as the script declared it; symbols the script
-// declared are uninterpreted, every built-in and every datatype constructor,
-// selector and tester is interpreted. A quantified formula becomes a term
+// its declaration). A symbol the script declared is uninterpreted and carries
+// the script's own name; the term manager tells two declarations of one name
+// apart by arity and sort. Every built-in and every datatype constructor,
+// selector and tester is interpreted, under a name of its own that is never
+// shown. A quantified formula becomes a term
 // whose head is a symbol of its own and whose one child is its body: atom
 // identity stays z3's term identity (patterns included), while the symbols
 // collected from it are those of the body alone. A bound variable is an
@@ -16,7 +18,6 @@
 #include <cstdint>
 #include <string>
 #include <unordered_map>
-#include <unordered_set>
 #include <vector>
 
 #include "host/term.h"
@@ -30,21 +31,18 @@ class HostTerms {
 
   // The host term of `e`; equal z3 terms give the same host term.
   Term_ const* convert(z3::expr const& e);
-  // The symbol's name as the script wrote it (built-ins: z3's name).
-  std::string const& name_of(Symbol const* s) const { return names_.at(s); }
+  // The number of distinct z3 terms converted so far.
+  std::size_t size() const noexcept { return terms_.size(); }
 
  private:
   Symbol const* symbol_of(z3::expr const& e);
-  // A host symbol whose manager name no other symbol has taken.
-  Symbol const* make_symbol(std::string const& shown, std::string const& wanted, std::size_t arity,
-                            z3::sort const& sort, bool interpreted);
+  Symbol const* make_symbol(std::string const& name, std::size_t arity, z3::sort const& sort,
+                            bool interpreted);
 
   TermManager& tm_;
   std::unordered_map<unsigned, Term_ const*> terms_;          // z3 ast id -> host term
   std::unordered_map<std::uint64_t, Symbol const*> symbols_;  // (decl id, arity) -> symbol
   std::unordered_map<std::string, Symbol const*> binders_;    // quantifiers, bound variables
-  std::unordered_map<Symbol const*, std::string> names_;      // symbol -> name shown
-  std::unordered_set<std::string> taken_;                     // manager names in use
   std::vector<z3::expr> alive_;             // every converted term: z3 never reuses their ids
   std::vector<z3::func_decl> decls_alive_;  // likewise for the declarations
 };

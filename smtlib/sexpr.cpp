@@ -1,6 +1,7 @@
 #include "smtlib/sexpr.h"
 
 #include <cctype>
+#include <cstdio>
 
 namespace orvo {
 namespace smtlib {
@@ -10,7 +11,7 @@ namespace {
 // Characters that may appear in a simple symbol besides letters and digits.
 bool is_symbol_char(char ch) {
   unsigned char const u = static_cast<unsigned char>(ch);
-  if (std::isalnum(u) || u >= 0x80) return true;
+  if (u < 0x80 && std::isalnum(u)) return true;
   switch (ch) {
     case '~':
     case '!':
@@ -85,7 +86,9 @@ class Reader {
 
  private:
   void advance() {
-    if (text_[at_] == '\n') {
+    char const ch = text_[at_];
+    // LF, CRLF and a lone CR each end one line.
+    if (ch == '\n' || (ch == '\r' && (at_ + 1 >= text_.size() || text_[at_ + 1] != '\n'))) {
       ++here_.line;
       here_.column = 1;
     } else {
@@ -98,7 +101,7 @@ class Reader {
     while (at_ < text_.size()) {
       char const ch = text_[at_];
       if (ch == ';') {
-        while (at_ < text_.size() && text_[at_] != '\n')
+        while (at_ < text_.size() && text_[at_] != '\n' && text_[at_] != '\r')
           advance();
       } else if (std::isspace(static_cast<unsigned char>(ch))) {
         advance();
@@ -144,11 +147,25 @@ class Reader {
         advance();
       atom.value = std::string(text_.substr(start, at_ - start));
       atom.kind = classify(atom.value);
+    } else if (static_cast<unsigned char>(ch) >= 0x80) {
+      throw ScriptError(atom.where,
+                        "a simple symbol is ASCII only: write a name with other bytes as |quoted|");
     } else {
-      throw ScriptError(atom.where, std::string("unexpected character '") + ch + "'");
+      throw ScriptError(atom.where, "unexpected character '" + printable(ch) + "'");
     }
+    if (at_ < text_.size() && static_cast<unsigned char>(text_[at_]) >= 0x80)
+      throw ScriptError(here_,
+                        "a simple symbol is ASCII only: write a name with other bytes as |quoted|");
     atom.text = text_.substr(start, at_ - start);
     return atom;
+  }
+
+  static std::string printable(char ch) {
+    unsigned char const u = static_cast<unsigned char>(ch);
+    if (u >= 0x20 && u < 0x7f) return std::string(1, ch);
+    char buf[8];
+    std::snprintf(buf, sizeof buf, "\\x%02x", u);
+    return buf;
   }
 
   static SExpr::Kind classify(std::string const& v) {
@@ -174,6 +191,18 @@ class Reader {
 };
 
 }  // namespace
+
+SExpr::~SExpr() {
+  if (items.empty()) return;
+  std::vector<SExpr> doomed = std::move(items);
+  while (!doomed.empty()) {
+    SExpr last = std::move(doomed.back());
+    doomed.pop_back();
+    for (SExpr& item : last.items)
+      doomed.push_back(std::move(item));
+    last.items.clear();  // now flat: its destructor does not recurse
+  }
+}
 
 std::vector<SExpr> read_commands(std::string_view text) {
   return Reader(text).commands();

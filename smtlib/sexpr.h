@@ -41,6 +41,15 @@ struct SExpr {
   Position where;            // where the node starts
   std::vector<SExpr> items;  // lists: the elements
 
+  SExpr() = default;
+  SExpr(SExpr&&) noexcept = default;
+  SExpr& operator=(SExpr&&) noexcept = default;
+  SExpr(SExpr const&) = delete;  // a deep copy would recurse; nothing needs one
+  SExpr& operator=(SExpr const&) = delete;
+  // Takes nested lists apart with an explicit stack: a script nested a
+  // million levels deep must not overflow the call stack on its way out.
+  ~SExpr();
+
   bool is_list() const noexcept { return kind == Kind::list; }
   bool is_symbol() const noexcept { return kind == Kind::symbol; }
   bool is_symbol(std::string_view name) const noexcept { return is_symbol() && value == name; }
@@ -52,8 +61,9 @@ struct SExpr {
 };
 
 // Splits `text` into its top-level commands, each a list. Throws ScriptError
-// on an unbalanced parenthesis, an unterminated string or quoted symbol, or a
-// top-level element that is not a list.
+// on an unbalanced parenthesis, an unterminated string or quoted symbol, a
+// simple symbol with a byte outside ASCII, or a top-level element that is not
+// a list. Lines end at LF, CRLF or a lone CR.
 std::vector<SExpr> read_commands(std::string_view text);
 
 // Every symbol that occurs in `e` (bars removed), each once per occurrence,

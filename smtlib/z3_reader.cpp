@@ -1,9 +1,14 @@
 #include "smtlib/z3_reader.h"
 
-#include "smtlib/z3_walk.h"
+#include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <ostream>
 #include <utility>
+
+#include "smtlib/names.h"
+#include "smtlib/z3_walk.h"
 
 namespace orvo {
 namespace smtlib {
@@ -12,66 +17,206 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-}  // namespace
+// z3 reports some things (an unknown logic) on standard error by itself. The
+// program speaks in its own words: what z3 prints while this object lives is
+// kept in a temporary file and handed back by text().
+class StderrCapture {
+ public:
+  StderrCapture() {
+    std::fflush(stderr);
+    file_ = std::tmpfile();
+    saved_ = file_ != nullptr ? ::dup(2) : -1;
+    if (saved_ >= 0 && ::dup2(::fileno(file_), 2) < 0) {
+      ::close(saved_);
+      saved_ = -1;
+    }
+  }
+  StderrCapture(StderrCapture const&) = delete;
+  StderrCapture& operator=(StderrCapture const&) = delete;
+  ~StderrCapture() {
+    restore();
+    if (file_ != nullptr) std::fclose(file_);
+  }
+  std::string text() {
+    restore();
+    std::string out;
+    if (file_ == nullptr) return out;
+    std::rewind(file_);
+    char buf[512];
+    for (std::size_t n; (n = std::fread(buf, 1, sizeof buf, file_)) > 0;)
+      out.append(buf, n);
+    return out;
+  }
+
+ private:
+  void restore() {
+    if (saved_ < 0) return;
+    std::fflush(stderr);
+    ::dup2(saved_, 2);
+    ::close(saved_);
+    saved_ = -1;
+  }
+  std::FILE* file_ = nullptr;
+  int saved_ = -1;
+};
 
 // z3 reports unknown logics and similar on standard error; the program
 // reports in its own words, so z3 stays quiet.
-Z3Reader::Quiet::Quiet() {
-  z3::set_param("warning", false);
-}
+bool quiet_z3 = (z3::set_param("warning", false), true);
 
-Z3Reader::Z3Reader() : scopes_(1) {}
-
-std::string Z3Reader::prelude() const {
-  std::string out = logic_;
-  // Parametric sorts are handed over as their definitions, in the order the
-  // script gave them, as long as they are visible.
-  for (std::size_t i = 0; i < sort_macros_.size(); ++i) {
-    std::string const& text = sort_macros_[i];
-    // The macro's name follows "(define-sort "; it is visible when the
-    // innermost meaning of the name is this macro.
-    for (auto const& [name, stack] : sort_names_) {
-      if (!stack.empty() && stack.back().kind == Entry::Kind::sort_macro &&
-          stack.back().index == i) {
-        out += text;
-        break;
-      }
+// The constructor, selector and tester names of one datatype declaration
+// body: ((c1 (s1 S) ...) c2 ...) in either the current or the older form.
+void constructor_names(SExpr const& constructors, std::vector<std::string>& out) {
+  for (SExpr const& c : constructors.items) {
+    if (c.is_symbol()) {
+      out.push_back(c.value);
+      out.push_back("is-" + c.value);
+      continue;
+    }
+    if (!c.is_list() || c.items.empty() || !c.items[0].is_symbol())
+      throw ScriptError(c.where, "malformed datatype constructor");
+    out.push_back(c.items[0].value);
+    out.push_back("is-" + c.items[0].value);
+    for (std::size_t i = 1; i < c.items.size(); ++i) {
+      SExpr const& selector = c.items[i];
+      if (!selector.is_list() || selector.items.size() != 2 || !selector.items[0].is_symbol())
+        throw ScriptError(selector.where, "malformed datatype selector");
+      out.push_back(selector.items[0].value);
     }
   }
-  return out;
 }
 
-Z3Reader::Entry const* Z3Reader::visible(
-    std::unordered_map<std::string, std::vector<Entry>> const& table,
-    std::string const& name) const {
+}  // namespace
+
+Z3Reader::Z3Reader(std::string file, std::ostream& warnings)
+    : file_(std::move(file)), warnings_(warnings), scopes_(1) {
+  (void)quiet_z3;
+}
+
+std::string Z3Reader::script_name(std::string_view z3_name) {
+  return smtlib::script_name(z3_name);
+}
+
+std::string Z3Reader::text_of(z3::expr const& e) {
+  return script_text(e.to_string());
+}
+
+Z3Reader::Entry const* Z3Reader::visible(Table const& table, std::string const& name) const {
   auto it = table.find(name);
   return it == table.end() || it->second.empty() ? nullptr : &it->second.back();
 }
 
-z3::expr_vector Z3Reader::parse(std::string const& script, std::vector<std::string_view> mentioned,
-                                std::string_view exclude, SExpr const& at) {
-  std::string const text = prelude() + script;
-  std::vector<Z3_symbol> sort_symbols;
-  std::vector<Z3_sort> sorts;
-  for (auto const& [name, stack] : sort_names_) {
-    if (stack.empty() || stack.back().kind != Entry::Kind::sort) continue;
-    sort_symbols.push_back(Z3_mk_string_symbol(ctx_, name.c_str()));
-    sorts.push_back(sorts_[stack.back().index]);
+bool Z3Reader::renamed(std::string const& name) const {
+  return declaring_.count(name) != 0 || visible(fun_names_, name) != nullptr ||
+         visible(sort_names_, name) != nullptr || ends_in_suffix(name);
+}
+
+void Z3Reader::write(SExpr const& e, std::string& out) const {
+  // (list, next item) frames of the lists being written, innermost last.
+  std::vector<std::pair<SExpr const*, std::size_t>> open;
+  std::string name;
+  auto put = [&](SExpr const& n) {
+    if (!out.empty() && out.back() != '(') out += ' ';
+    if (n.is_list()) {
+      out += '(';
+      open.emplace_back(&n, 0);
+    } else if (n.is_symbol() && renamed(n.value)) {
+      out += z3_symbol(n.value);
+    } else {
+      out += n.text;
+    }
+  };
+  put(e);
+  while (!open.empty()) {
+    auto& [list, next] = open.back();
+    if (next == list->items.size()) {
+      out += ')';
+      open.pop_back();
+    } else {
+      put(list->items[next++]);
+    }
   }
+}
+
+z3::expr_vector Z3Reader::parse(std::vector<SExpr const*> const& commands,
+                                std::string const& extra, Position at) {
+  std::string body;
+  std::vector<std::string_view> mentioned;
+  for (SExpr const* c : commands) {
+    write(*c, body);
+    collect_symbols(*c, mentioned);
+  }
+  body += extra;
+  return parse_text(body, mentioned, at);
+}
+
+z3::expr_vector Z3Reader::parse_text(std::string const& body,
+                                     std::vector<std::string_view> const& mentions, Position at) {
+  std::vector<std::string_view> mentioned(mentions);
   std::sort(mentioned.begin(), mentioned.end());
   mentioned.erase(std::unique(mentioned.begin(), mentioned.end()), mentioned.end());
-  std::vector<Z3_symbol> fun_symbols;
+  std::vector<Z3_symbol> sort_symbols, fun_symbols;
+  std::vector<Z3_sort> sorts;
   std::vector<Z3_func_decl> funs;
+  std::vector<std::size_t> macros;  // sort macros to hand over, with what they use
+  std::unordered_set<std::size_t> sort_given;
+  std::vector<std::string> pending(mentioned.begin(), mentioned.end());
+  std::unordered_set<std::string> sort_seen;
+  // Sorts first, closing over what the sort macros use.
+  while (!pending.empty()) {
+    std::string const name = std::move(pending.back());
+    pending.pop_back();
+    if (declaring_.count(name) != 0 || !sort_seen.insert(name).second) continue;
+    Entry const* e = visible(sort_names_, name);
+    if (e == nullptr) continue;
+    if (e->kind == Entry::Kind::sort_macro) {
+      macros.push_back(e->index);
+      for (std::string const& m : sort_macros_[e->index].mentions)
+        pending.push_back(m);
+    } else if (sort_given.insert(e->index).second) {
+      sort_symbols.push_back(Z3_mk_string_symbol(ctx_, (name + std::string(rename_suffix)).c_str()));
+      sorts.push_back(sorts_[e->index]);
+    }
+  }
   std::string name;
   for (std::string_view m : mentioned) {
-    if (m == exclude) continue;
     name.assign(m);
+    if (declaring_.count(name) != 0) continue;
     Entry const* e = visible(fun_names_, name);
     if (e == nullptr) continue;
-    fun_symbols.push_back(Z3_mk_string_symbol(ctx_, name.c_str()));
-    funs.push_back(e->kind == Entry::Kind::function ? functions_[e->index]
-                                                    : definitions_[e->index].placeholder);
+    if (e->kind == Entry::Kind::constructor) {
+      // The datatype's sort brings its constructors, selectors and testers.
+      if (!sort_given.insert(e->index).second) continue;
+      z3::sort const& s = sorts_[e->index];
+      sort_symbols.push_back(Z3_get_sort_name(ctx_, s));
+      sorts.push_back(s);
+      continue;
+    }
+    Z3_symbol const symbol = Z3_mk_string_symbol(ctx_, (name + std::string(rename_suffix)).c_str());
+    if (e->kind != Entry::Kind::function) {
+      fun_symbols.push_back(symbol);
+      funs.push_back(definitions_[e->index].placeholder);
+      continue;
+    }
+    // z3 overloads a function name by its sorts: every declaration of the
+    // name down to the nearest definition is visible.
+    std::vector<Entry> const& stack = fun_names_.find(name)->second;
+    for (std::size_t k = stack.size(); k-- > 0 && stack[k].kind == Entry::Kind::function;) {
+      z3::func_decl const& d = functions_[stack[k].index];
+      bool repeated = false;
+      for (std::size_t j = stack.size() - 1; j > k && !repeated; --j)
+        repeated = z3::eq(functions_[stack[j].index], d);
+      if (repeated) continue;
+      fun_symbols.push_back(symbol);
+      funs.push_back(d);
+    }
   }
+  std::string text = logic_;
+  std::sort(macros.begin(), macros.end());  // in the order the script gave them
+  macros.erase(std::unique(macros.begin(), macros.end()), macros.end());
+  for (std::size_t m : macros)
+    text += sort_macros_[m].text;
+  text += body;
   // z3 keeps the last error code until it is set again: clear it first.
   Z3_set_error(ctx_, Z3_OK);
   auto const start = Clock::now();
@@ -81,10 +226,9 @@ z3::expr_vector Z3Reader::parse(std::string const& script, std::vector<std::stri
   parse_time_ += Clock::now() - start;
   Z3_error_code const code = Z3_get_error_code(ctx_);
   if (code != Z3_OK) {
-    std::string message = Z3_get_error_msg(ctx_, code);
-    while (!message.empty() && (message.back() == '\n' || message.back() == ' '))
-      message.pop_back();
-    throw ScriptError(at.where, "z3 rejects the command: " + message);
+    std::string const message = Z3_get_error_msg(ctx_, code);
+    Z3_set_error(ctx_, Z3_OK);
+    throw ScriptError(at, "z3 rejects the command: " + z3_message(message));
   }
   return z3::expr_vector(ctx_, raw);
 }
@@ -96,13 +240,13 @@ void Z3Reader::check_arity(SExpr const& command, std::size_t min_items,
     throw ScriptError(command.where, "malformed '" + std::string(command.head()) + "' command");
 }
 
-void Z3Reader::bind(std::unordered_map<std::string, std::vector<Entry>>& table,
-                    std::string const& name, Entry entry, SExpr const& at, bool same_meaning) {
+void Z3Reader::bind(Table& table, std::string const& name, Entry entry, SExpr const& at,
+                    bool same_meaning) {
   std::vector<Entry>& stack = table[name];
   if (!stack.empty() && stack.back().scope == entry.scope) {
     if (same_meaning) return;  // the same declaration again: nothing new
-    throw ScriptError(at.where,
-                      "'" + name + "' is already declared in this scope with another meaning");
+    throw ScriptError(at.where, "'" + printable_utf8(name) +
+                                    "' is already declared in this scope with another meaning");
   }
   stack.push_back(entry);
   scopes_.back().emplace_back(&table == &sort_names_, name);
@@ -110,40 +254,54 @@ void Z3Reader::bind(std::unordered_map<std::string, std::vector<Entry>>& table,
 
 void Z3Reader::set_logic(SExpr const& command) {
   check_arity(command, 2, 2);
-  parse(std::string(command.text), {}, {}, command);
-  logic_ = std::string(command.text);
+  std::string const text = "(set-logic " + std::string(command.items[1].text) + ")";
+  std::string said;
+  {
+    StderrCapture capture;
+    std::string const saved = std::move(logic_);
+    logic_.clear();
+    try {
+      parse_text(text, {}, command.where);
+    } catch (...) {
+      logic_ = saved;
+      throw;
+    }
+    said = capture.text();
+  }
+  if (said.empty()) {
+    logic_ = text;
+    return;
+  }
+  logic_.clear();
+  warnings_ << file_ << ":" << command.where.line << ":" << command.where.column
+            << ": warning: z3 does not know the logic '" << printable_utf8(command.items[1].value)
+            << "'; reading with every theory z3 has\n";
 }
-
-namespace {
-// z3 4.8 predefines some sorts (Int, Real, ...) and the datatype List, and
-// refuses to declare them again; say so next to z3's own words.
-std::string predefined_hint(std::string const& name) {
-  return "; z3 4.8 predefines '" + name + "'" + (name == "List" ? " as a datatype" : "") +
-         ", so a script may not declare it";
-}
-}  // namespace
 
 void Z3Reader::declare_sort(SExpr const& command) {
   check_arity(command, 2, 3);
   std::string const& name = command.items[1].value;
-  bool const parametric = command.items.size() == 3 && command.items[2].value != "0";
-  try {
-    parse(std::string(command.text), {}, {}, command);
-  } catch (ScriptError const& e) {
-    std::string const what = e.what();
-    throw ScriptError(
-        e.where(), what.find("already") != std::string::npos ? what + predefined_hint(name) : what);
+  std::size_t arity = 0;
+  if (command.items.size() == 3) {
+    SExpr const& n = command.items[2];
+    if (n.kind != SExpr::Kind::numeral || n.value.size() > 4)
+      throw ScriptError(n.where, "the arity of a sort is a numeral below 10000");
+    arity = std::stoul(n.value);
   }
-  if (parametric) {
+  if (arity > 0) {
     // Handed over as text, like a define-sort with parameters: z3 makes the
     // same sort of every instance, (Pair Int Bool), in every parse.
+    declaring_ = {name};
+    std::string text;
+    write(command, text);
+    declaring_.clear();
     bind(sort_names_, name, Entry{Entry::Kind::sort_macro, scopes_.size() - 1, sort_macros_.size()},
          command, false);
-    sort_macros_.emplace_back(command.text);
+    sort_macros_.push_back(SortMacro{std::move(text), {}});
     return;
   }
   Entry const entry{Entry::Kind::sort, scopes_.size() - 1, sorts_.size()};
-  sorts_.push_back(ctx_.uninterpreted_sort(name.c_str()));
+  sorts_.push_back(ctx_.uninterpreted_sort((name + std::string(rename_suffix)).c_str()));
   bind(sort_names_, name, entry, command, false);
 }
 
@@ -152,19 +310,28 @@ void Z3Reader::define_sort(SExpr const& command) {
   std::string const& name = command.items[1].value;
   if (!command.items[2].is_list())
     throw ScriptError(command.where, "malformed 'define-sort' command");
-  std::vector<std::string_view> mentioned;
+  declaring_ = {name};
+  struct Clear {
+    std::unordered_set<std::string>& names;
+    ~Clear() { names.clear(); }
+  } clear{declaring_};
   if (!command.items[2].items.empty()) {
-    parse(std::string(command.text), mentioned, {}, command);
-    Entry const entry{Entry::Kind::sort_macro, scopes_.size() - 1, sort_macros_.size()};
-    bind(sort_names_, name, entry, command, false);
-    sort_macros_.emplace_back(command.text);
+    parse({&command}, {}, command.where);  // checks it
+    std::string text;
+    write(command, text);
+    std::vector<std::string_view> uses;
+    collect_symbols(command.items[3], uses);
+    bind(sort_names_, name, Entry{Entry::Kind::sort_macro, scopes_.size() - 1, sort_macros_.size()},
+         command, false);
+    sort_macros_.push_back(SortMacro{std::move(text), {uses.begin(), uses.end()}});
     return;
   }
-  std::string const probe = "|orvo!sort|";
-  z3::expr_vector got =
-      parse(std::string(command.text) + "(declare-fun " + probe + " () " +
-                std::string(command.items[1].text) + ")(assert (= " + probe + " " + probe + "))",
-            mentioned, {}, command);
+  std::string const probe = "|probe|";
+  std::string const sort = z3_symbol(name);
+  z3::expr_vector got = parse({&command},
+                              "(declare-fun " + probe + " () " + sort + ")(assert (= " + probe +
+                                  " " + probe + "))",
+                              command.where);
   Entry const entry{Entry::Kind::sort, scopes_.size() - 1, sorts_.size()};
   sorts_.push_back(got[0].arg(0).get_sort());
   bind(sort_names_, name, entry, command, false);
@@ -175,13 +342,15 @@ std::string Z3Reader::declaration_probe(SExpr const& command) const {
   if (command.items.size() != (is_const ? 3u : 4u) || !command.items[1].is_symbol() ||
       (!is_const && !command.items[2].is_list()))
     return {};
-  std::string const f(command.items[1].text);
+  std::string const f = z3_symbol(command.items[1].value);
   std::size_t const arity = is_const ? 0 : command.items[2].items.size();
   if (arity == 0) return "(assert (= " + f + " " + f + "))";
   std::string binders, args;
   for (std::size_t i = 0; i < arity; ++i) {
-    std::string const v = "|orvo!" + std::to_string(i) + "|";
-    binders += "(" + v + " " + std::string(command.items[2].items[i].text) + ")";
+    std::string const v = "|v" + std::to_string(i) + "|";
+    binders += "(" + v + " ";
+    write(command.items[2].items[i], binders);
+    binders += ")";
     args += " " + v;
   }
   return "(assert (forall (" + binders + ") (= (" + f + args + ") (" + f + args + "))))";
@@ -191,23 +360,37 @@ void Z3Reader::bind_function(SExpr const& command, z3::expr const& probe) {
   std::string const& name = command.items[1].value;
   z3::expr const e = probe.is_quantifier() ? probe.body().arg(0) : probe.arg(0);
   z3::func_decl const decl = e.decl();
-  Entry const* seen = visible(fun_names_, name);
-  bool const same = seen != nullptr && seen->kind == Entry::Kind::function &&
-                    z3::eq(functions_[seen->index], decl);
-  Entry const entry{Entry::Kind::function, scopes_.size() - 1, functions_.size()};
-  bool const again = same && seen->scope == entry.scope;
-  bind(fun_names_, name, entry, command, same);
-  if (!again) functions_.push_back(decl);
+  std::size_t const scope = scopes_.size() - 1;
+  std::vector<Entry>& stack = fun_names_[name];
+  // The same declaration again in one scope adds nothing; another one of
+  // the same name overloads it by its sorts, as z3 does.
+  for (std::size_t k = stack.size(); k-- > 0 && stack[k].scope == scope;) {
+    if (stack[k].kind != Entry::Kind::function)
+      throw ScriptError(command.where, "'" + printable_utf8(name) +
+                                           "' is already declared in this scope with another meaning");
+    if (z3::eq(functions_[stack[k].index], decl)) return;
+  }
+  stack.push_back(Entry{Entry::Kind::function, scope, functions_.size()});
+  scopes_.back().emplace_back(false, name);
+  functions_.push_back(decl);
 }
 
 void Z3Reader::declare_fun(SExpr const& command) {
   // z3 checks the command first; the probe after it then names the new
   // function, so that its declaration can be taken from the term z3 returns.
-  std::string const probe = declaration_probe(command);
-  std::vector<std::string_view> mentioned;
-  collect_symbols(command, mentioned);
-  std::string const& name = command.items.size() > 1 ? command.items[1].value : std::string();
-  z3::expr_vector got = parse(std::string(command.text) + probe, mentioned, name, command);
+  if (command.items.size() < 2 || !command.items[1].is_symbol())
+    throw ScriptError(command.where, "malformed '" + std::string(command.head()) + "' command");
+  declaring_ = {command.items[1].value};
+  std::string probe;
+  z3::expr_vector got(ctx_);
+  try {
+    probe = declaration_probe(command);
+    got = parse({&command}, probe, command.where);
+  } catch (...) {
+    declaring_.clear();
+    throw;
+  }
+  declaring_.clear();
   if (probe.empty() || got.size() != 1)
     throw ScriptError(command.where, "malformed '" + std::string(command.head()) + "' command");
   bind_function(command, got[0]);
@@ -221,21 +404,32 @@ void Z3Reader::declare_funs(std::vector<SExpr const*> const& commands) {
     for (SExpr const* c : commands)
       declare_fun(*c);
   };
-  std::string text;
+  if (commands.empty()) return;
+  for (SExpr const* c : commands) {
+    if (c->items.size() < 2 || !c->items[1].is_symbol()) return one_by_one();
+    if (!declaring_.insert(c->items[1].value).second) {
+      declaring_.clear();
+      return one_by_one();
+    }
+  }
+  std::string probes;
   for (SExpr const* c : commands) {
     std::string const probe = declaration_probe(*c);
-    if (probe.empty()) return one_by_one();
-    text.append(c->text).append(probe);
+    if (probe.empty()) {
+      declaring_.clear();
+      return one_by_one();
+    }
+    probes += probe;
   }
-  if (commands.empty()) return;
+  // The probes follow all the declarations: z3 reads them in one text.
   z3::expr_vector got(ctx_);
   try {
-    // A declaration mentions only sorts and its own name: no function is
-    // handed to z3.
-    got = parse(text, {}, {}, *commands.front());
+    got = parse(commands, probes, commands.front()->where);
   } catch (ScriptError const&) {
+    declaring_.clear();
     return one_by_one();
   }
+  declaring_.clear();
   for (std::size_t i = 0; i < commands.size(); ++i)
     bind_function(*commands[i], got[static_cast<int>(i)]);
 }
@@ -245,24 +439,32 @@ void Z3Reader::define_fun(SExpr const& command) {
   std::string const& name = command.items[1].value;
   SExpr const& params = command.items[2];
   if (!params.is_list()) throw ScriptError(command.where, "malformed 'define-fun' command");
-  std::vector<std::string_view> mentioned;
-  collect_symbols(command, mentioned);
-  std::string const f(command.items[1].text);
   std::size_t const arity = params.items.size();
+  for (SExpr const& p : params.items)
+    if (!p.is_list() || p.items.size() != 2 || !p.items[0].is_symbol())
+      throw ScriptError(p.where, "malformed parameter of 'define-fun'");
+  declaring_ = {name};
+  std::string const f = z3_symbol(name);
   std::string probe;
   if (arity == 0) {
     probe = "(assert (= " + f + " " + f + "))";
   } else {
-    std::string args;
+    std::string args, binders;
+    write(params, binders);
     for (SExpr const& p : params.items) {
-      if (!p.is_list() || p.items.empty())
-        throw ScriptError(p.where, "malformed parameter of 'define-fun'");
-      args += " " + std::string(p.items[0].text);
+      args += " ";
+      write(p.items[0], args);
     }
-    probe = "(assert (forall " + std::string(params.text) + " (= (" + f + args + ") (" + f + args +
-            "))))";
+    probe = "(assert (forall " + binders + " (= (" + f + args + ") (" + f + args + "))))";
   }
-  z3::expr_vector got = parse(std::string(command.text) + probe, mentioned, name, command);
+  z3::expr_vector got(ctx_);
+  try {
+    got = parse({&command}, probe, command.where);
+  } catch (...) {
+    declaring_.clear();
+    throw;
+  }
+  declaring_.clear();
   z3::expr const q = got[0];
   z3::expr const body = expand(arity == 0 ? q.arg(0) : q.body().arg(0));
   std::vector<Z3_sort> domain;
@@ -288,62 +490,93 @@ void Z3Reader::name_term(std::string const& name, z3::expr const& term) {
 }
 
 void Z3Reader::declare_datatypes(SExpr const& command) {
-  std::vector<std::string> names;
-  std::vector<std::string_view> raw_names;
+  std::vector<std::string> names;                  // the datatypes
+  std::vector<std::vector<std::string>> members;  // each one's constructors, selectors, testers
   bool const single = command.head() == "declare-datatype";
   if (single) {
     check_arity(command, 3, 3);
-    names.push_back(command.items[1].value);
-    raw_names.push_back(command.items[1].text);
     if (command.items[2].head() == "par")
       throw ScriptError(command.where, "datatypes with parameters are not supported");
+    if (!command.items[2].is_list())
+      throw ScriptError(command.where, "malformed 'declare-datatype' command");
+    names.push_back(command.items[1].value);
+    members.emplace_back();
+    constructor_names(command.items[2], members.back());
   } else {
     if (command.items.size() != 3 || !command.items[1].is_list() || !command.items[2].is_list())
       throw ScriptError(command.where, "malformed 'declare-datatypes' command");
+    SExpr const& bodies = command.items[2];
     if (command.items[1].items.empty()) {
       // The older form: (declare-datatypes () ((D ctor ...) ...)).
-      for (SExpr const& d : command.items[2].items) {
+      for (SExpr const& d : bodies.items) {
         if (!d.is_list() || d.items.empty() || !d.items[0].is_symbol())
           throw ScriptError(d.where, "malformed datatype declaration");
         names.push_back(d.items[0].value);
-        raw_names.push_back(d.items[0].text);
+        members.emplace_back();
+        for (std::size_t i = 1; i < d.items.size(); ++i) {
+          SExpr const& c = d.items[i];
+          if (c.is_symbol()) {
+            members.back().push_back(c.value);
+            members.back().push_back("is-" + c.value);
+          } else if (c.is_list() && !c.items.empty() && c.items[0].is_symbol()) {
+            members.back().push_back(c.items[0].value);
+            members.back().push_back("is-" + c.items[0].value);
+            for (std::size_t k = 1; k < c.items.size(); ++k)
+              if (c.items[k].is_list() && !c.items[k].items.empty() &&
+                  c.items[k].items[0].is_symbol())
+                members.back().push_back(c.items[k].items[0].value);
+          } else {
+            throw ScriptError(c.where, "malformed datatype constructor");
+          }
+        }
       }
     } else {
       for (SExpr const& d : command.items[1].items) {
         if (!d.is_list() || d.items.size() != 2 || !d.items[0].is_symbol())
           throw ScriptError(d.where, "malformed datatype name and arity");
         if (d.items[1].value != "0")
-          throw ScriptError(
-              d.where, "datatypes with parameters are not supported ('" + d.items[0].value + "')");
+          throw ScriptError(d.where, "datatypes with parameters are not supported ('" +
+                                         printable_utf8(d.items[0].value) + "')");
         names.push_back(d.items[0].value);
-        raw_names.push_back(d.items[0].text);
+      }
+      if (bodies.items.size() != names.size())
+        throw ScriptError(command.where, "malformed 'declare-datatypes' command");
+      for (SExpr const& b : bodies.items) {
+        if (b.head() == "par")
+          throw ScriptError(b.where, "datatypes with parameters are not supported");
+        if (!b.is_list()) throw ScriptError(b.where, "malformed datatype declaration");
+        members.emplace_back();
+        constructor_names(b, members.back());
       }
     }
   }
   std::string probe;
   for (std::size_t i = 0; i < names.size(); ++i) {
-    std::string const v = "|orvo!d" + std::to_string(i) + "|";
-    probe.append("(declare-fun ").append(v).append(" () ").append(raw_names[i]);
+    std::string const v = "|d" + std::to_string(i) + "|";
+    probe.append("(declare-fun ").append(v).append(" () ").append(z3_symbol(names[i]));
     probe.append(")(assert (= ").append(v).append(" ").append(v).append("))");
   }
-  std::vector<std::string_view> mentioned;
-  collect_symbols(command, mentioned);
+  declaring_.clear();
+  for (std::size_t i = 0; i < names.size(); ++i) {
+    declaring_.insert(names[i]);
+    declaring_.insert(members[i].begin(), members[i].end());
+  }
   z3::expr_vector got(ctx_);
   try {
-    got = parse(std::string(command.text) + probe, mentioned, {}, command);
-  } catch (ScriptError const& e) {
-    std::string what = e.what();
-    for (std::string const& n : names)
-      if (what.find("already") != std::string::npos && what.find(n) != std::string::npos) {
-        what += predefined_hint(n);
-        break;
-      }
-    throw ScriptError(e.where(), what);
+    got = parse({&command}, probe, command.where);
+  } catch (...) {
+    declaring_.clear();
+    throw;
   }
+  declaring_.clear();
   for (std::size_t i = 0; i < names.size(); ++i) {
-    Entry const entry{Entry::Kind::sort, scopes_.size() - 1, sorts_.size()};
+    std::size_t const index = sorts_.size();
     sorts_.push_back(got[static_cast<int>(i)].arg(0).get_sort());
-    bind(sort_names_, names[i], entry, command, false);
+    bind(sort_names_, names[i], Entry{Entry::Kind::sort, scopes_.size() - 1, index}, command,
+         false);
+    for (std::string const& m : members[i])
+      bind(fun_names_, m, Entry{Entry::Kind::constructor, scopes_.size() - 1, index}, command,
+           false);
   }
 }
 
@@ -352,9 +585,9 @@ void Z3Reader::push() {
 }
 
 void Z3Reader::pop() {
-  if (scopes_.size() < 2) return;  // the caller reports a pop below level 0
+  if (scopes_.size() < 2) return;
   for (auto const& [is_sort, name] : scopes_.back()) {
-    auto& table = is_sort ? sort_names_ : fun_names_;
+    Table& table = is_sort ? sort_names_ : fun_names_;
     auto it = table.find(name);
     it->second.pop_back();
     if (it->second.empty()) table.erase(it);
@@ -362,21 +595,26 @@ void Z3Reader::pop() {
   scopes_.pop_back();
 }
 
-bool Z3Reader::mentions_definition(std::vector<std::string_view> const& mentioned) const {
+bool Z3Reader::mentions_definition(std::vector<std::string_view> const& mentioned,
+                                   std::size_t from, std::size_t to) const {
   std::string name;
-  for (std::string_view m : mentioned) {
-    name.assign(m);
+  for (std::size_t i = from; i < to; ++i) {
+    name.assign(mentioned[i]);
     Entry const* entry = visible(fun_names_, name);
     if (entry != nullptr && entry->kind == Entry::Kind::definition) return true;
   }
   return false;
 }
 
-z3::expr Z3Reader::read_assertion(SExpr const& command, SExpr const& term) {
+z3::expr Z3Reader::read_term(SExpr const& term, Position at) {
   std::vector<std::string_view> mentioned;
   collect_symbols(term, mentioned);
-  z3::expr_vector got = parse("(assert " + std::string(term.text) + ")", mentioned, {}, command);
-  return mentions_definition(mentioned) ? expand(got[0]) : got[0];
+  std::string text = "(assert ";
+  write(term, text);
+  text += ")";
+  z3::expr_vector got = parse_text(text, mentioned, at);
+  if (got.size() != 1) throw ScriptError(at, "expected one term");
+  return mentions_definition(mentioned, 0, mentioned.size()) ? expand(got[0]) : got[0];
 }
 
 std::vector<z3::expr> Z3Reader::read_assertions(std::vector<SExpr const*> const& commands,
@@ -385,7 +623,9 @@ std::vector<z3::expr> Z3Reader::read_assertions(std::vector<SExpr const*> const&
   std::vector<std::string_view> mentioned;
   std::vector<std::size_t> ends;  // where each term's mentions end
   for (SExpr const* t : terms) {
-    text.append("(assert ").append(t->text).append(")");
+    text.append("(assert ");
+    write(*t, text);
+    text.append(")");
     collect_symbols(*t, mentioned);
     ends.push_back(mentioned.size());
   }
@@ -393,17 +633,16 @@ std::vector<z3::expr> Z3Reader::read_assertions(std::vector<SExpr const*> const&
   if (terms.empty()) return out;
   z3::expr_vector got(ctx_);
   try {
-    got = parse(text, mentioned, {}, *commands.front());
+    got = parse_text(text, mentioned, commands.front()->where);
   } catch (ScriptError const&) {
     for (std::size_t i = 0; i < terms.size(); ++i)  // stops at the assertion z3 rejects
-      out.push_back(read_assertion(*commands[i], *terms[i]));
+      out.push_back(read_term(*terms[i], commands[i]->where));
     return out;
   }
-  std::vector<std::string_view> own;
   for (std::size_t i = 0; i < terms.size(); ++i) {
-    own.assign(mentioned.begin() + (i == 0 ? 0 : ends[i - 1]), mentioned.begin() + ends[i]);
     z3::expr const e = got[static_cast<int>(i)];
-    out.push_back(mentions_definition(own) ? expand(e) : e);
+    out.push_back(mentions_definition(mentioned, i == 0 ? 0 : ends[i - 1], ends[i]) ? expand(e)
+                                                                                     : e);
   }
   return out;
 }

@@ -6,22 +6,29 @@
 // z3 should read is given to it alone, together with just the sorts and
 // functions the command mentions: reading stays linear in the script's size.
 //
-// What z3 cannot be handed as an object is kept here: a `define-fun` becomes
-// a fresh placeholder function that z3 parses under the definition's name,
-// and every application of it is replaced by the body (z3's own expansion,
-// bottom-up, with z3's substitution), so a definition's name never reaches
-// the terms. Sorts with parameters (`declare-sort S n`, `define-sort` with
-// parameters) are handed over as text. Scopes
-// follow `push` and `pop`: what a level declares or defines goes with it.
+// Every name the script declares reaches z3 renamed (names.h), so that a
+// script may declare what z3 predefines. What z3 cannot be handed as an
+// object is kept here: a `define-fun` becomes a fresh placeholder function
+// that z3 parses under the definition's name, and every application of it is
+// replaced by the body (bottom-up, with z3's substitution), so a definition's
+// name never reaches the terms. Sorts with parameters (`declare-sort S n`,
+// `define-sort` with parameters) are handed over as text, with the other
+// parametric sorts they use. Scopes follow `push` and `pop`: what a level
+// declares or defines goes with it.
+//
+// Every fault throws ScriptError at the start of the command: z3's own words
+// with the position it gives (one of the text handed to it) left out.
 #ifndef ORVO_ITP_SMTLIB_Z3_READER_H
 #define ORVO_ITP_SMTLIB_Z3_READER_H
 
 #include <z3++.h>
 
 #include <chrono>
+#include <iosfwd>
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "smtlib/sexpr.h"
@@ -31,30 +38,33 @@ namespace smtlib {
 
 class Z3Reader {
  public:
-  Z3Reader();
+  // Warnings (a logic z3 does not know) go to `warnings` as
+  // "FILE:LINE:COL: warning: ..." lines.
+  Z3Reader(std::string file, std::ostream& warnings);
   Z3Reader(Z3Reader const&) = delete;
   Z3Reader& operator=(Z3Reader const&) = delete;
 
   z3::context& context() noexcept { return ctx_; }
 
-  // One method per command; each throws ScriptError at the command when z3
-  // rejects it or a rule of the script is broken.
+  // One method per command.
   void set_logic(SExpr const& command);
   void declare_sort(SExpr const& command);
   void define_sort(SExpr const& command);
-  void declare_fun(SExpr const& command);  // declare-fun and declare-const
   // Consecutive declare-fun and declare-const commands in one call of z3's
   // parser, whose fixed cost dominates a small command; when z3 rejects one,
   // the error names that command.
   void declare_funs(std::vector<SExpr const*> const& commands);
   void define_fun(SExpr const& command);
   void declare_datatypes(SExpr const& command);  // declare-datatype and declare-datatypes
+  // One scope more or less; the caller keeps count (a pop below the first
+  // scope does nothing).
   void push();
   void pop();
 
-  // The Boolean term `term` of the assertion `command`, every definition
-  // expanded.
-  z3::expr read_assertion(SExpr const& command, SExpr const& term);
+  // The term `term` of `command` (an assertion, or any text read in the
+  // scope of the script) with every definition expanded. Throws ScriptError
+  // at `at`.
+  z3::expr read_term(SExpr const& term, Position at);
   // Consecutive assertions (terms[i] of commands[i]) in one call of z3's
   // parser. None of the terms may use a name that an earlier one of them
   // gives (the caller ends the run there).
@@ -62,6 +72,11 @@ class Z3Reader {
                                         std::vector<SExpr const*> const& terms);
   // A `:named` assertion's name stands for its term in later commands.
   void name_term(std::string const& name, z3::expr const& term);
+
+  // The script's name of a function or sort z3 stores as `z3_name`.
+  static std::string script_name(std::string_view z3_name);
+  // z3's printing of `e` with the script's names.
+  static std::string text_of(z3::expr const& e);
 
   // Time spent inside z3's parser so far.
   std::chrono::nanoseconds parse_time() const noexcept { return parse_time_; }
@@ -72,48 +87,59 @@ class Z3Reader {
     z3::expr body;              // expanded; parameter i is variable arity-1-i
     unsigned arity;
   };
+  struct SortMacro {
+    std::string text;                   // the command as z3 reads it
+    std::vector<std::string> mentions;  // the names it uses
+  };
   // One visible meaning of a name, with the scope that introduced it.
   struct Entry {
-    enum class Kind { sort, sort_macro, function, definition } kind;
+    // constructor: constructors, selectors and testers of a datatype, whose
+    // sort (index into sorts_) brings them into z3's parser.
+    enum class Kind { sort, sort_macro, function, definition, constructor } kind;
     std::size_t scope;
     std::size_t index;  // into sorts_, sort_macros_, functions_ or definitions_
   };
+  using Table = std::unordered_map<std::string, std::vector<Entry>>;
 
-  // Runs z3's parser on `script` with the sorts in scope and the functions
-  // among `mentioned`; returns the assertions it read or throws at `at`.
-  z3::expr_vector parse(std::string const& script, std::vector<std::string_view> mentioned,
-                        std::string_view exclude, SExpr const& at);
-  // The prelude every parse starts with: the logic and the parametric sorts.
-  std::string prelude() const;
-  Entry const* visible(std::unordered_map<std::string, std::vector<Entry>> const& table,
-                       std::string const& name) const;
+  // Runs z3's parser on `commands` (each written for z3 in turn, `extra`
+  // appended) with what the names mentioned in them mean; returns the
+  // assertions it read or throws at `at`.
+  z3::expr_vector parse(std::vector<SExpr const*> const& commands, std::string const& extra,
+                        Position at);
+  z3::expr_vector parse_text(std::string const& body, std::vector<std::string_view> const& mentioned,
+                             Position at);
+  // `e` as z3 reads it: every declared name, and every name `declaring`
+  // holds, renamed.
+  void write(SExpr const& e, std::string& out) const;
+  bool renamed(std::string const& name) const;
+  Entry const* visible(Table const& table, std::string const& name) const;
   // Makes `name` mean `entry` in the innermost scope; throws when the same
   // scope already gave the name another meaning.
-  void bind(std::unordered_map<std::string, std::vector<Entry>>& table, std::string const& name,
-            Entry entry, SExpr const& at, bool same_meaning);
+  void bind(Table& table, std::string const& name, Entry entry, SExpr const& at, bool same_meaning);
   // The probe that follows a declaration: an assertion whose term names the
   // new function; empty for a malformed command.
   std::string declaration_probe(SExpr const& command) const;
   // Binds the function that `probe`, z3's reading of the probe, names.
   void bind_function(SExpr const& command, z3::expr const& probe);
-  bool mentions_definition(std::vector<std::string_view> const& mentioned) const;
+  void declare_fun(SExpr const& command);
+  bool mentions_definition(std::vector<std::string_view> const& mentioned, std::size_t from,
+                           std::size_t to) const;
   // Replaces every placeholder application in `e` by its definition's body.
   z3::expr expand(z3::expr const& e);
   void check_arity(SExpr const& command, std::size_t min_items, std::size_t max_items) const;
 
-  struct Quiet {
-    Quiet();
-  };
-  Quiet quiet_;  // silences z3's warnings before the context exists
+  std::string file_;
+  std::ostream& warnings_;
   z3::context ctx_;
-  std::string logic_;                                         // "(set-logic L)" or empty
+  std::string logic_;                                         // what z3 reads of set-logic
   std::vector<z3::sort> sorts_;                               // every sort ever bound
-  std::vector<std::string> sort_macros_;                      // sort commands with parameters
+  std::vector<SortMacro> sort_macros_;                        // sort commands with parameters
   std::vector<z3::func_decl> functions_;                      // every declared function
   std::vector<Definition> definitions_;                       // every definition
   std::unordered_map<unsigned, std::size_t> placeholder_of_;  // placeholder decl id -> definition
-  std::unordered_map<std::string, std::vector<Entry>> sort_names_;  // innermost last
-  std::unordered_map<std::string, std::vector<Entry>> fun_names_;   // innermost last
+  Table sort_names_;                                          // innermost meaning last
+  Table fun_names_;                                           // likewise
+  std::unordered_set<std::string> declaring_;  // names the command being read declares
   // Names bound per open scope, innermost last: (is a sort name, name).
   std::vector<std::vector<std::pair<bool, std::string>>> scopes_;
   std::chrono::nanoseconds parse_time_{0};

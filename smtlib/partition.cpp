@@ -1,0 +1,149 @@
+#include "smtlib/partition.h"
+
+#include <algorithm>
+#include <unordered_map>
+#include <unordered_set>
+
+#include "smtlib/script.h"
+
+namespace orvo {
+namespace smtlib {
+
+namespace {
+
+// The common symbols of every prefix cut of a sequence query, from one sweep
+// instead of one pass over partition A per cut: a symbol is in A from the
+// first position whose groups hold it on, and in B below the last such
+// position (always, when a live group at no position holds it).
+struct PrefixSymbols {
+  std::vector<std::vector<Symbol const*>> common;  // per cut
+  std::vector<std::size_t> A_local, B_local;       // per cut
+};
+
+PrefixSymbols prefix_symbols(Script const& script, Query const& q) {
+  int const n = static_cast<int>(q.items.size());
+  auto const& groups = script.classifier().get_groups();
+  std::unordered_map<int, int> enters;  // group -> first position
+  for (int p = n; p-- > 0;)
+    for (int g : q.items[static_cast<std::size_t>(p)].groups)
+      enters[g] = p;
+  TermManager const& tm = *script.environment().term_manager;
+  std::unordered_map<Symbol const*, std::pair<int, int>> span;  // [in A from, in B below)
+  for (int g : script.live_groups()) {
+    auto const it = enters.find(g);
+    int const at = it == enters.end() ? n : it->second;
+    for (auto const& entry : groups[static_cast<std::size_t>(g)].symbols) {
+      if (tm.is_interpreted(entry.first)) continue;
+      auto [s, fresh] = span.emplace(entry.first, std::make_pair(at, at));
+      if (!fresh) {
+        s->second.first = std::min(s->second.first, at);
+        s->second.second = std::max(s->second.second, at);
+      }
+    }
+  }
+  auto const size = static_cast<std::size_t>(n) + 1;
+  std::vector<std::vector<Symbol const*>> starts(size), stops(size);
+  // Cut r: a symbol spanning [a, b) is A-local for b <= r, B-local for r < a.
+  std::vector<std::size_t> local_from(size, 0), b_local_below(size, 0);
+  for (auto const& [symbol, range] : span) {
+    auto const a = static_cast<std::size_t>(range.first);
+    auto const b = static_cast<std::size_t>(range.second);
+    ++local_from[b];
+    ++b_local_below[a];
+    if (a >= b) continue;
+    starts[a].push_back(symbol);
+    stops[b].push_back(symbol);
+  }
+  PrefixSymbols out;
+  out.common.resize(size - 1);
+  std::unordered_set<Symbol const*> active;
+  std::size_t a_local = 0;
+  std::size_t b_local = span.size();
+  for (std::size_t r = 0; r + 1 < size; ++r) {
+    for (Symbol const* s : starts[r])
+      active.insert(s);
+    for (Symbol const* s : stops[r])
+      active.erase(s);
+    out.common[r].assign(active.begin(), active.end());
+    a_local += local_from[r];
+    b_local -= b_local_below[r];
+    out.A_local.push_back(a_local);
+    out.B_local.push_back(b_local);
+  }
+  return out;
+}
+
+void uninterpreted(TermManager const& tm, std::vector<Symbol const*>& symbols) {
+  symbols.erase(std::remove_if(symbols.begin(), symbols.end(),
+                               [&](Symbol const* s) { return tm.is_interpreted(s); }),
+                symbols.end());
+}
+
+}  // namespace
+
+std::vector<PartitionAnswer> answer_query(Script const& script, Query const& q,
+                                          itp::CutIndex& index, std::vector<int> const& held,
+                                          AnswerOptions options) {
+  std::vector<PartitionAnswer> out;
+  if (q.items.size() < 2) return out;
+  TermManager const& tm = *script.environment().term_manager;
+  bool const fast = q.sequence && q.background.empty();
+  std::vector<itp::CutIndex::StatusCounts> prefix;
+  PrefixSymbols sweep;
+  if (fast) {
+    prefix = index.prefix_status_counts();
+    sweep = prefix_symbols(script, q);
+  }
+  std::vector<Symbol const*> scratch;
+  std::vector<int> A;  // grown item by item for a sequence
+  for (std::size_t i = 0; i + 1 < q.items.size(); ++i) {
+    PartitionAnswer p;
+    p.item = i;
+    int const first = static_cast<int>(q.items[i].first);
+    int const last = static_cast<int>(i);
+    if (q.sequence) {
+      A.insert(A.end(), q.items[i].groups.begin(), q.items[i].groups.end());
+      std::sort(A.begin(), A.end());
+      A.erase(std::unique(A.begin(), A.end()), A.end());
+      p.A_groups = A;
+    } else {
+      p.A_groups = q.subtree_groups(i);
+    }
+    if (fast) {
+      p.common = std::move(sweep.common[i]);
+      p.A_local = sweep.A_local[i];
+      p.B_local = sweep.B_local[i];
+    } else {
+      index.get_A_symbols(first, last, scratch);
+      for (Symbol const* s : scratch)
+        if (!tm.is_interpreted(s) && index.symbol_is_common(s, first, last, true))
+          p.common.push_back(s);
+    }
+    if (options.symbol_lists || !fast) {
+      index.get_A_symbols(first, last, p.A_symbols);
+      uninterpreted(tm, p.A_symbols);
+      index.get_B_symbols(first, last, p.B_symbols);
+      uninterpreted(tm, p.B_symbols);
+      if (!fast) {
+        p.A_local = p.A_symbols.size() - p.common.size();
+        p.B_local = p.B_symbols.size() - p.common.size();
+      }
+      if (!options.symbol_lists) {
+        p.A_symbols.clear();
+        p.B_symbols.clear();
+      }
+    }
+    p.atoms = fast ? prefix[i] : index.status_counts(first, last);
+    if (options.atom_statuses) {
+      p.atom_status.reserve(held.size());
+      for (int a : held)
+        p.atom_status.push_back(static_cast<unsigned char>(index.get_term_status(
+            script.environment().atom_terms[static_cast<std::size_t>(a)], first, last)));
+    }
+    out.push_back(std::move(p));
+  }
+  return out;
+}
+
+}  // namespace smtlib
+}  // namespace orvo

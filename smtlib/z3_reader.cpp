@@ -217,6 +217,7 @@ z3::expr_vector Z3Reader::parse_text(std::string const& body,
   for (std::size_t m : macros)
     text += sort_macros_[m].text;
   text += body;
+  handed_ += text.size() + sorts.size() + funs.size();
   // z3 keeps the last error code until it is set again: clear it first.
   Z3_set_error(ctx_, Z3_OK);
   auto const start = Clock::now();

@@ -27,8 +27,8 @@ std::size_t z3_read(std::string const& text) {
   Z3_context const ctx = Z3_mk_context_rc(config);
   Z3_del_config(config);
   Z3_set_error_handler(ctx, nullptr);
-  Z3_ast_vector const v = Z3_parse_smtlib2_string(ctx, text.c_str(), 0, nullptr, nullptr, 0,
-                                                  nullptr, nullptr);
+  Z3_ast_vector const v =
+      Z3_parse_smtlib2_string(ctx, text.c_str(), 0, nullptr, nullptr, 0, nullptr, nullptr);
   if (Z3_get_error_code(ctx) != Z3_OK) {
     std::string const message = Z3_get_error_msg(ctx, Z3_get_error_code(ctx));
     Z3_del_context(ctx);
@@ -70,7 +70,9 @@ std::ostream& null_stream() {
   return out;
 }
 
-std::size_t null_stream_bytes() { return counting_buf().bytes; }
+std::size_t null_stream_bytes() {
+  return counting_buf().bytes;
+}
 
 }  // namespace bench
 }  // namespace orvo

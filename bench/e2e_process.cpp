@@ -22,9 +22,9 @@
 //
 //   orvo_itp_e2e_process --script WORKLOAD | --z3-script WORKLOAD
 //       print the script, or its z3 form
+#include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>

@@ -122,8 +122,8 @@ std::optional<std::string> workload_script(std::string const& name, std::string&
 }
 
 std::vector<std::string> default_workloads() {
-  return {"quasigroup", "loop/100", "loop/200", "loop/400", "loop/800", "loop/2000",
-          "sequence/10000"};
+  return {"quasigroup", "loop/100",  "loop/200",      "loop/400",
+          "loop/800",   "loop/2000", "sequence/10000"};
 }
 
 namespace {
@@ -140,7 +140,8 @@ std::size_t command_end(std::string_view text, std::size_t i) {
     } else if (c == ')') {
       if (--depth == 0) return i + 1;
     } else if (c == ';') {
-      while (i < text.size() && text[i] != '\n') ++i;
+      while (i < text.size() && text[i] != '\n')
+        ++i;
     } else if (c == '|') {
       i = text.find('|', i + 1);
       if (i == std::string_view::npos) return i;
@@ -162,8 +163,8 @@ std::size_t command_end(std::string_view text, std::size_t i) {
 bool starts_with_words(std::string_view command, std::string_view a, std::string_view b = {}) {
   std::size_t i = 1;
   auto word = [&]() {
-    while (i < command.size() && (command[i] == ' ' || command[i] == '\t' || command[i] == '\n' ||
-                                  command[i] == '\r'))
+    while (i < command.size() &&
+           (command[i] == ' ' || command[i] == '\t' || command[i] == '\n' || command[i] == '\r'))
       ++i;
     std::size_t const start = i;
     while (i < command.size() && command[i] != ' ' && command[i] != '\t' && command[i] != '\n' &&
@@ -183,7 +184,8 @@ std::string z3_form(std::string_view script) {
   for (std::size_t i = 0; i < script.size();) {
     char const c = script[i];
     if (c == ';') {
-      while (i < script.size() && script[i] != '\n') ++i;
+      while (i < script.size() && script[i] != '\n')
+        ++i;
       continue;
     }
     if (c != '(') {

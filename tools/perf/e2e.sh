@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # orvo-itp-classify end to end against z3's own reading of the same scripts:
-# the figures of "orvo-itp-classify against z3's reading" in
+# the figures of "orvo-itp-classify against z3's own reading" in
 # docs/performance.md. Builds the `bench` preset, then
 #
 #  1. orvo_itp_bench_e2e: both contenders in one process, interleaved in

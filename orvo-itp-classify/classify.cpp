@@ -98,7 +98,7 @@ ProblemReport classify_problem(std::string const& path, std::string_view text,
     auto const start = std::chrono::steady_clock::now();
     std::vector<int> const held = script.held_atoms();
     itp::CutIndex index = script.cut_index(q);
-    smtlib::AnswerOptions const wanted{options.json || options.check,
+    smtlib::AnswerOptions const wanted{options.json || options.check || options.dump,
                                        options.atoms || options.check};
     std::vector<PartitionAnswer> answers = smtlib::answer_query(script, q, index, held, wanted);
     std::vector<std::string> dumps;

@@ -18,21 +18,27 @@ using Json = nlohmann::ordered_json;
 
 char const* const status_names[3] = {"A", "B", "mixed"};
 
-// The names on one line; a list longer than 12 shows its ends and its length.
-std::string joined(std::vector<std::string> const& names) {
+// The names on one line; a list longer than 12 (`count` names, of which
+// `names` may hold just the first five and the last four) shows its ends and
+// its length.
+std::string joined(std::vector<std::string> const& names, std::size_t count) {
   if (names.empty()) return "-";
   std::string out;
   std::size_t const n = names.size();
   for (std::size_t i = 0; i < n; ++i) {
     if (!out.empty()) out += ' ';
-    if (n > 12 && i == 5) {
+    if (count > 12 && i == 5) {
       out += "... ";
       i = n - 4;
     }
     out += names[i];
   }
-  if (n > 12) out += " (" + std::to_string(n) + ")";
+  if (count > 12) out += " (" + std::to_string(count) + ")";
   return out;
+}
+
+std::string joined(std::vector<std::string> const& names) {
+  return joined(names, names.size());
 }
 
 // At most `width` bytes of `text`, "..." marking a cut.
@@ -103,6 +109,7 @@ QueryReport report_query(smtlib::Script const& script, smtlib::Query const& q,
     PartitionReport p;
     p.node = q.items[a.item].text;
     p.A = group_names(script, a.A_groups);
+    p.A_count = a.A_count;
     p.background = group_names(script, q.background);
     p.A_symbols = names_of(a.A_symbols);
     p.B_symbols = names_of(a.B_symbols);
@@ -158,7 +165,7 @@ void write_text(std::ostream& out, ProblemReport const& report, Options const& o
         << (q.partitions.size() == 1 ? " partition\n" : " partitions\n");
     for (PartitionReport const& p : q.partitions) {
       out << "  " << shortened(p.node, 100) << "\n"
-          << "    A groups:   " << joined(p.A) << "\n";
+          << "    A groups:   " << joined(p.A, p.A_count) << "\n";
       if (report.background) out << "    background: " << joined(p.background) << "\n";
       out << "    symbols:    " << p.A_local << " A-local, " << p.B_local << " B-local, "
           << p.common.size() << " common: " << joined(p.common) << "\n"

@@ -24,7 +24,9 @@ struct AtomStatus {
 
 struct PartitionReport {
   std::string node;                    // the item's text
-  std::vector<std::string> A;          // names of the A groups, in group order
+  std::vector<std::string> A;          // names of the A groups, in group order (text: at
+                                       // most the first five and the last four)
+  std::size_t A_count = 0;             // the number of A groups
   std::vector<std::string> background; // names of the background groups, in group order
   std::vector<std::string> A_symbols;  // uninterpreted, sorted by bytes (JSON only)
   std::vector<std::string> B_symbols;  // likewise

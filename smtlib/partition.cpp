@@ -102,12 +102,22 @@ std::vector<PartitionAnswer> answer_query(Script const& script, Query const& q,
     int const first = static_cast<int>(q.items[i].first);
     int const last = static_cast<int>(i);
     if (q.sequence) {
+      // Grown item by item; merged in place so a long sequence stays linear.
+      std::size_t const old = A.size();
       A.insert(A.end(), q.items[i].groups.begin(), q.items[i].groups.end());
-      std::sort(A.begin(), A.end());
-      A.erase(std::unique(A.begin(), A.end()), A.end());
+      if (old > 0 && A.size() > old && A[old] <= A[old - 1]) {
+        std::inplace_merge(A.begin(), A.begin() + static_cast<std::ptrdiff_t>(old), A.end());
+        A.erase(std::unique(A.begin(), A.end()), A.end());
+      }
+    } else {
+      A = q.subtree_groups(i);
+    }
+    p.A_count = A.size();
+    if (options.symbol_lists || A.size() <= 12) {
       p.A_groups = A;
     } else {
-      p.A_groups = q.subtree_groups(i);
+      p.A_groups.assign(A.begin(), A.begin() + 5);
+      p.A_groups.insert(p.A_groups.end(), A.end() - 4, A.end());
     }
     if (fast) {
       p.common = std::move(sweep.common[i]);

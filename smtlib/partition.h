@@ -18,7 +18,9 @@ class Script;
 
 struct PartitionAnswer {
   std::size_t item = 0;                     // the query item it belongs to
-  std::vector<int> A_groups;                // ascending
+  std::vector<int> A_groups;                // ascending; without full lists at most the
+                                            // first five and the last four
+  std::size_t A_count = 0;                  // the number of A groups
   std::vector<Symbol const*> A_symbols;     // uninterpreted only; with symbol lists
   std::vector<Symbol const*> B_symbols;     // likewise
   std::vector<Symbol const*> common;        // uninterpreted, in both
@@ -29,7 +31,7 @@ struct PartitionAnswer {
 };
 
 struct AnswerOptions {
-  bool symbol_lists = false;   // fill A_symbols and B_symbols
+  bool symbol_lists = false;   // fill A_symbols and B_symbols, and every A group
   bool atom_statuses = false;  // fill atom_status
 };
 

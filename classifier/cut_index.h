@@ -49,11 +49,12 @@
 // - `others`: more groups of B. At no position, such a group is in B under
 //   every cut; at a position it is placed as usual;
 // - `background`: groups in A and in B of every cut. Their positions, if
-//   any, change nothing. A's side of every answer (the A symbol set, A-purity,
-//   flag bit 1) is the classifier's after set_A_groups of the range's groups
-//   and the background groups; B's side (the B symbol set, B-purity, flag
-//   bit 2) is its answer after set_A_groups of the range's groups without
-//   them, so the background groups are in B.
+//   any, change nothing. A's side of every answer (the A symbol set,
+//   A-purity, atom flag 1) is the classifier's after set_A_groups of the
+//   range's groups and the background groups; B's side (the B symbol set,
+//   B-purity, atom flag 2) is its answer after set_A_groups of the range's
+//   groups without them, so the background groups are in B. A term status
+//   combines the two sides as get_term_status does.
 //
 // Every other group is ignored: the answers are those of a classifier in
 // which it is empty, and the build never reads it. The build then costs the

@@ -131,4 +131,27 @@ BENCHMARK(BM_AllPrefixCuts_CutIndex)
     ->Range(10, 10000)
     ->Unit(benchmark::kMillisecond);
 
+// Building the index of one query while the classifier holds many other
+// groups, all empty (what a model-checker loop leaves: push, assert, query,
+// pop, repeated): 50 query groups as above, then E empty groups. The index
+// that counts every group reads all E; the one given the groups that count
+// (the query's, no others) reads none of them, so its time stays flat in E.
+void BM_CutIndexBuild_EmptyGroups(benchmark::State& state) {
+  bool const listed = state.range(0) != 0;
+  int const empty = static_cast<int>(state.range(1));
+  Sequence s(50);
+  for (int i = 0; i < empty; ++i)
+    s.c.new_group_index();
+  std::vector<int> const none;
+  for (auto _ : state) {
+    CutIndex index = listed ? CutIndex(s.c, s.positions, none) : CutIndex(s.c, s.positions);
+    benchmark::DoNotOptimize(index.size());
+  }
+  state.counters["listed"] = listed;
+  state.counters["empty_groups"] = empty;
+}
+BENCHMARK(BM_CutIndexBuild_EmptyGroups)
+    ->ArgsProduct({{0, 1}, {0, 1000, 10000, 100000}})
+    ->Unit(benchmark::kMicrosecond);
+
 }  // namespace

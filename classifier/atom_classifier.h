@@ -274,6 +274,9 @@ class AtomClassifier {
   // The head symbols of `t` and all its subterms (interpreted ones too). The
   // result is scratch storage, replaced by the next call.
   hsh::HashSet<Symbol const*> const& get_term_symbols(Term_ const* t);
+  // Terms the walks of get_term_symbols have entered since construction (a
+  // shared subterm counts once per walk): a measure of work, for tests and tuning.
+  std::uint64_t terms_entered() const noexcept { return terms_entered_; }
 
   // ---- Group symbol counts, in 'symbol_counts.cpp'. ----
 
@@ -327,6 +330,7 @@ class AtomClassifier {
   std::vector<Term_ const*> symbol_stack_;    // scratch stack of get_term_symbols
   std::vector<Term_ const*> symbol_marked_;   // scratch: terms get_term_symbols marked
   std::vector<bool> visit_marks_;             // two visit bits per term id
+  std::uint64_t terms_entered_ = 0;           // terms_entered()
   Environment* env_;                          // borrowed host environment
   std::vector<UndoCell> undo_trail_;          // cells of the open levels
 };

@@ -45,8 +45,7 @@ void AtomClassifier::pop_backtrack_point() {
         groups_[static_cast<std::size_t>(g)].clauses.erase(cell.clause);
         dpll::release_reference(cell.clause);
         break;
-      case Kind::new_group:
-      case Kind::marker:
+      default:  // a new group: already reset above (a marker ended the loop)
         break;
     }
   }

@@ -28,9 +28,9 @@ void AtomClassifier::add_clause(dpll::Clause const* clause, int group) {
   }
 }
 
+// A_groups_ names existing groups only (the partition choice sees to it).
 bool AtomClassifier::is_of_A(dpll::Clause const* clause) const {
   for (int g : A_groups_) {
-    if (static_cast<std::size_t>(g) >= groups_.size()) continue;
     hsh::HashSet<dpll::Clause const*> const& clauses = groups_[static_cast<std::size_t>(g)].clauses;
     if (clauses.contains(clause)) return true;
   }

@@ -15,16 +15,18 @@ namespace {
 constexpr int unknown = -1;  // prefix memo: term not yet walked
 constexpr int entered = -2;  // prefix memo: children scheduled, not yet combined
 
-// Gives every distinct key of the groups' tables a number, in order of first
-// sight, and lists the groups holding each key: key k's groups are
+// Gives every distinct key of the tables of the groups that count a number, in
+// order of first sight, and lists the groups holding each key by their local
+// number (the index into group_ids): key k's groups are
 // key_groups[key_begin[k] .. key_begin[k + 1]), ascending.
 template <class Key, class ForEachKey>
-void gather_keys(std::vector<AtomClassifier::Group> const& groups, ForEachKey for_each_key,
+void gather_keys(std::vector<AtomClassifier::Group> const& groups,
+                 std::vector<int> const& group_ids, ForEachKey for_each_key,
                  hsh::HashMap<Key, int>& key_of, std::vector<Key>& keys,
                  std::vector<int>& key_begin, std::vector<int>& key_groups) {
-  std::vector<std::pair<int, int>> held;  // (key, group)
-  for (std::size_t g = 0; g < groups.size(); ++g) {
-    for_each_key(groups[g], [&](Key const& k) {
+  std::vector<std::pair<int, int>> held;  // (key, local group)
+  for (std::size_t g = 0; g < group_ids.size(); ++g) {
+    for_each_key(groups[static_cast<std::size_t>(group_ids[g])], [&](Key const& k) {
       auto it = key_of.find(k);
       int key;
       if (it != key_of.end()) {
@@ -55,7 +57,8 @@ void gather_keys(std::vector<AtomClassifier::Group> const& groups, ForEachKey fo
 void CutIndex::Placement::build(std::vector<int> const& key_begin,
                                 std::vector<int> const& key_groups,
                                 std::vector<int> const& group_begin,
-                                std::vector<int> const& group_positions, int num_positions) {
+                                std::vector<int> const& group_positions,
+                                std::vector<char> const& background, int num_positions) {
   auto const at = [](std::vector<int> const& v, int i) { return v[static_cast<std::size_t>(i)]; };
   std::size_t const keys = key_begin.size() - 1;
   std::size_t const groups = group_begin.size() - 1;
@@ -138,12 +141,19 @@ void CutIndex::Placement::build(std::vector<int> const& key_begin,
   // Close up the unused room, turn right ends into the farthest reach so
   // far, and read off the prefix numbers.
   prefix_.assign(keys, PrefixStatus{num_positions, 0});
+  everywhere_A_.assign(keys, 0);
+  for (std::size_t k = 0; k < keys; ++k)
+    for (int i = key_begin[k]; i < key_begin[k + 1]; ++i)
+      everywhere_A_[k] |= background[static_cast<std::size_t>(at(key_groups, i))];
   int pos_out = 0, gap_out = 0;
   for (std::size_t k = 0; k < keys; ++k) {
     int const pos_from = pos_begin_[k], gap_from = gap_begin_[k];
     pos_begin_[k] = pos_out;
     gap_begin_[k] = gap_out;
-    if (pos_end[k] > pos_from) prefix_[k].a_from = at(pos_, pos_from);
+    if (everywhere_A_[k] != 0)
+      prefix_[k].a_from = 0;
+    else if (pos_end[k] > pos_from)
+      prefix_[k].a_from = at(pos_, pos_from);
     for (int i = pos_from; i < pos_end[k]; ++i)
       pos_[static_cast<std::size_t>(pos_out++)] = at(pos_, i);
     int reach = 0;
@@ -166,6 +176,7 @@ void CutIndex::Placement::build(std::vector<int> const& key_begin,
 
 bool CutIndex::Placement::in_A(int key, int first, int last) const {
   auto const k = static_cast<std::size_t>(key);
+  if (everywhere_A_[k] != 0) return true;
   auto const end = pos_.begin() + pos_begin_[k + 1];
   auto const it = std::lower_bound(pos_.begin() + pos_begin_[k], end, first);
   return it != end && *it <= last;
@@ -183,45 +194,91 @@ bool CutIndex::Placement::in_B(int key, int first, int last) const {
 
 // ---- Construction and the snapshot rule.
 
-CutIndex::CutIndex(AtomClassifier& classifier, std::vector<std::vector<int>> const& positions)
+CutIndex::CutIndex(AtomClassifier const& classifier, std::vector<std::vector<int>> const& positions)
+    : CutIndex(classifier, static_cast<int>(positions.size()), true) {
+  build(positions, nullptr, nullptr);
+}
+
+CutIndex::CutIndex(AtomClassifier const& classifier, std::vector<std::vector<int>> const& positions,
+                   std::vector<int> const& others, std::vector<int> const& background)
+    : CutIndex(classifier, static_cast<int>(positions.size()), false) {
+  build(positions, &others, &background);
+}
+
+CutIndex::CutIndex(AtomClassifier const& classifier, int num_positions, bool all_groups)
     : classifier_(classifier),
       env_(classifier.get_env()),
-      num_positions_(static_cast<int>(positions.size())),
+      num_positions_(num_positions),
       num_groups_(classifier.get_groups().size()),
+      all_groups_(all_groups),
       fingerprint_(0),
-      walk_(0) {
+      walk_(0),
+      terms_entered_(0) {
   ORVO_ITP_REQUIRE(env_ != nullptr, "CutIndex", "classifier without environment, address", 0);
-  std::vector<AtomClassifier::Group> const& groups = classifier.get_groups();
+}
+
+void CutIndex::build(std::vector<std::vector<int>> const& positions, std::vector<int> const* others,
+                     std::vector<int> const* background) {
+  std::vector<AtomClassifier::Group> const& groups = classifier_.get_groups();
   auto const names_group = [this](int g) {
     return g >= 0 && static_cast<std::size_t>(g) < num_groups_;
   };
+  // The groups that count, ascending; they are numbered locally by their
+  // place in group_ids_, and nothing below is sized by the classifier's
+  // number of groups unless every group counts.
+  if (all_groups_) {
+    group_ids_.resize(num_groups_);
+    for (std::size_t g = 0; g < num_groups_; ++g)
+      group_ids_[g] = static_cast<int>(g);
+  } else {
+    for (std::vector<int> const& at : positions)
+      for (int g : at)
+        if (names_group(g)) group_ids_.push_back(g);
+    for (std::vector<int> const* list : {others, background})
+      for (int g : *list)
+        if (names_group(g)) group_ids_.push_back(g);
+    std::sort(group_ids_.begin(), group_ids_.end());
+    group_ids_.erase(std::unique(group_ids_.begin(), group_ids_.end()), group_ids_.end());
+  }
+  std::size_t const counted_groups = group_ids_.size();
+  auto const local = [this](int g) {
+    return static_cast<std::size_t>(std::lower_bound(group_ids_.begin(), group_ids_.end(), g) -
+                                    group_ids_.begin());
+  };
+  // A background group stands at no position: it is in A by its flag and
+  // in B through the one gap that spans every position.
+  std::vector<char> in_background(counted_groups, 0);
+  if (!all_groups_)
+    for (int g : *background)
+      if (names_group(g)) in_background[local(g)] = 1;
+  auto const placed = [&](int g) { return names_group(g) && in_background[local(g)] == 0; };
   // Positions of each group, ascending (a group named twice at one position
   // appears twice; the placement tolerates that).
-  std::vector<int> group_begin(num_groups_ + 1, 0);
+  std::vector<int> group_begin(counted_groups + 1, 0);
   for (std::vector<int> const& at : positions)
     for (int g : at)
-      if (names_group(g)) ++group_begin[static_cast<std::size_t>(g) + 1];
-  for (std::size_t g = 0; g < num_groups_; ++g)
+      if (placed(g)) ++group_begin[local(g) + 1];
+  for (std::size_t g = 0; g < counted_groups; ++g)
     group_begin[g + 1] += group_begin[g];
   std::vector<int> group_positions(static_cast<std::size_t>(group_begin.back()));
   {
     std::vector<int> next(group_begin.begin(), group_begin.end() - 1);
     for (std::size_t i = 0; i < positions.size(); ++i)
       for (int g : positions[i])
-        if (names_group(g))
-          group_positions[static_cast<std::size_t>(next[static_cast<std::size_t>(g)]++)] =
-              static_cast<int>(i);
+        if (placed(g))
+          group_positions[static_cast<std::size_t>(next[local(g)]++)] = static_cast<int>(i);
   }
 
   std::vector<int> key_begin, key_groups;
   gather_keys<Symbol const*>(
-      groups,
+      groups, group_ids_,
       [](AtomClassifier::Group const& group, auto&& add) {
         for (auto const& entry : group.symbols)
           add(entry.first);
       },
       symbol_keys_, symbols_, key_begin, key_groups);
-  symbol_place_.build(key_begin, key_groups, group_begin, group_positions, num_positions_);
+  symbol_place_.build(key_begin, key_groups, group_begin, group_positions, in_background,
+                      num_positions_);
   // Interpreted symbols pass every purity test: as a term's head they
   // constrain no cut.
   head_prefix_.resize(symbols_.size());
@@ -230,13 +287,14 @@ CutIndex::CutIndex(AtomClassifier& classifier, std::vector<std::vector<int>> con
                           ? PrefixStatus{0, num_positions_}
                           : symbol_place_.prefix(static_cast<int>(k));
   gather_keys<int>(
-      groups,
+      groups, group_ids_,
       [](AtomClassifier::Group const& group, auto&& add) {
         for (int atom : group.atoms)
           add(atom);
       },
       atom_keys_, atoms_, key_begin, key_groups);
-  atom_place_.build(key_begin, key_groups, group_begin, group_positions, num_positions_);
+  atom_place_.build(key_begin, key_groups, group_begin, group_positions, in_background,
+                    num_positions_);
   fingerprint_ = group_fingerprint();
 }
 
@@ -247,20 +305,26 @@ std::size_t CutIndex::size() const {
 std::uint64_t CutIndex::group_fingerprint() const {
   std::uint64_t h = 0xcbf29ce484222325ULL;
   auto mix = [&h](std::uint64_t v) { h = (h ^ v) * 0x100000001b3ULL; };
-  for (AtomClassifier::Group const& g : classifier_.get_groups()) {
-    mix(g.atoms.size());
-    mix(g.symbols.size());
+  std::vector<AtomClassifier::Group> const& groups = classifier_.get_groups();
+  for (int g : group_ids_) {
+    mix(groups[static_cast<std::size_t>(g)].atoms.size());
+    mix(groups[static_cast<std::size_t>(g)].symbols.size());
   }
   return h;
 }
 
+// A new group changes the answers only when every group counts.
+bool CutIndex::same_groups() const {
+  return !all_groups_ || classifier_.get_groups().size() == num_groups_;
+}
+
 bool CutIndex::matches_groups() const {
-  return classifier_.get_groups().size() == num_groups_ && group_fingerprint() == fingerprint_;
+  return same_groups() && group_fingerprint() == fingerprint_;
 }
 
 void CutIndex::check_snapshot(char const* operation, bool full) const {
-  ORVO_ITP_REQUIRE(classifier_.get_groups().size() == num_groups_ && (!full || matches_groups()),
-                   operation, "groups changed since the index was built; groups now",
+  ORVO_ITP_REQUIRE(same_groups() && (!full || matches_groups()), operation,
+                   "groups changed since the index was built; groups now",
                    classifier_.get_groups().size());
   (void)operation;
   (void)full;
@@ -288,8 +352,10 @@ bool CutIndex::counted(Term_ const* t) const {
 }
 
 Term_ const* CutIndex::atom_term(int atom) const {
+  // Groups hold no negative atom (registration stops it), and the cast
+  // would take one past the end anyway.
   auto const index = static_cast<std::size_t>(static_cast<unsigned>(atom));
-  return atom < 0 || index >= env_->atom_terms.size() ? nullptr : env_->atom_terms[index];
+  return index < env_->atom_terms.size() ? env_->atom_terms[index] : nullptr;
 }
 
 bool CutIndex::symbol_is_common(Symbol const* s, int first, int last, bool include_interpreted) {
@@ -370,6 +436,7 @@ CutIndex::PrefixStatus CutIndex::prefix_status(Term_ const* t) {
       }
       std::size_t const arity = u->get_arity();
       if (state == unknown) {
+        ++terms_entered_;
         memo(u).a_from = entered;
         std::size_t const below = stack_.size();
         for (std::size_t i = 0; i < arity; ++i)
@@ -387,8 +454,10 @@ CutIndex::PrefixStatus CutIndex::prefix_status(Term_ const* t) {
     }
   } catch (...) {
     // Every entered term is still on the stack: forget that it was entered.
+    // A term goes on the stack only after memo() has made its entry.
     for (Term_ const* u : stack_)
-      if (u->get_id() < prefix_memo_.size() && memo(u).a_from == entered) memo(u).a_from = unknown;
+      if (prefix_memo_[static_cast<std::size_t>(u->get_id())].a_from == entered)
+        prefix_memo_[static_cast<std::size_t>(u->get_id())].a_from = unknown;
     stack_.clear();
     throw;
   }
@@ -401,10 +470,7 @@ int CutIndex::term_status(Term_ const* t, int first, int last) {
     if (last < p.b_below) return 1;
     return last >= p.a_from ? 0 : 2;
   }
-  if (++walk_ == 0) {  // the walk numbers wrapped: old marks could match again
-    std::fill(seen_.begin(), seen_.end(), 0);
-    walk_ = 1;
-  }
+  ++walk_;  // 64 bits: the walk numbers never wrap, so an old mark never matches
   TermManager const* tm = env_->term_manager;
   bool a_pure = true, b_pure = true;
   stack_.clear();
@@ -413,6 +479,7 @@ int CutIndex::term_status(Term_ const* t, int first, int last) {
     Term_ const* u = stack_.back();
     stack_.pop_back();
     if (seen_before(u)) continue;
+    ++terms_entered_;
     Symbol const* s = u->get_symbol();
     if (!tm->is_interpreted(s)) {
       int const key = symbol_key(s);

@@ -15,6 +15,10 @@
 //   bool b_pure = r < p.b_below;            //   B-pure exactly below r = b_below
 //   auto counts = index.prefix_status_counts();  // status counts of all atoms, every r
 //
+//   // Only the listed groups count: the query's, group 7 (in B under every
+//   // cut) and group 5 (background: in A and in B under every cut).
+//   orvo::itp::CutIndex live(classifier, {{0}, {1, 4}, {2}, {3}}, {7}, {5});
+//
 // POSITIONS AND CUTS
 //
 // The index is built from the classifier and an ordered list of positions;
@@ -34,6 +38,32 @@
 //   positions: it is in A when any of them is in the range. A group at no
 //   position is in B under every cut.
 //
+// THE GROUPS THAT COUNT
+//
+// The two-argument constructor counts every group of the classifier: the
+// build reads them all, so its cost follows the number of groups ever made
+// (groups emptied by pops included). The four-argument constructor counts
+// only the groups it is given:
+//
+// - the groups at the positions;
+// - `others`: more groups of B. At no position, such a group is in B under
+//   every cut; at a position it is placed as usual;
+// - `background`: groups in A and in B of every cut. Their positions, if
+//   any, change nothing. A's side of every answer (the A symbol set,
+//   A-purity, atom flag 1) is the classifier's after set_A_groups of the
+//   range's groups and the background groups; B's side (the B symbol set,
+//   B-purity, atom flag 2) is its answer after set_A_groups of the range's
+//   groups without them, so the background groups are in B. A term status
+//   combines the two sides as get_term_status does.
+//
+// Every other group is ignored: the answers are those of a classifier in
+// which it is empty, and the build never reads it. The build then costs the
+// sizes of the counted groups and the number of positions, whatever the
+// number of groups ever made. A caller that tracks its own scopes passes the
+// live groups outside the query as `others` (or as `background`); groups
+// that pops have emptied may simply be left out. With `others` holding every
+// group and no background, the answers are those of the two-argument form.
+//
 // WHAT IT STORES
 //
 // One record per symbol of the groups' symbol maps and one per atom of the
@@ -46,20 +76,23 @@
 //
 // Term walks mark what they have seen, so a term costs its number of distinct
 // subterms, never its number of paths (the classifier's purity walk follows
-// every path). After the first queries have grown the scratch storage to the
-// largest term id and depth, queries allocate nothing (status_counts,
-// get_A_symbols and get_B_symbols write into storage the caller keeps;
-// prefix_status_counts returns a fresh vector).
+// every path); terms_entered() counts the steps. After the first queries have grown the scratch
+// storage to the largest term id and depth, queries allocate nothing (status_counts, get_A_symbols
+// and get_B_symbols write into storage the caller keeps; prefix_status_counts returns a fresh
+// vector).
 //
 // SNAPSHOT RULE
 //
 // Building reads every group's symbol map and atom set once, in time linear
 // in their sizes and the number of positions. The index then describes the
 // groups as they were: after any change of group contents (atoms, pops,
-// resets, new groups) build a new index. Debug builds stop with a message when
-// a query meets a different number of groups than the build saw, and the bulk
-// queries (symbol sets, status counts) also when any group's table sizes
-// differ (matches_groups); release builds do not check. The classifier and its
+// resets, new groups) build a new index; only the counted groups matter, so
+// an index of the four-argument form stays good when an ignored group changes
+// or a new group appears. Debug builds stop with a message when a query of an
+// index that counts every group meets a different number of groups than the
+// build saw, and the bulk queries (symbol sets, status counts) also when a
+// counted group's table sizes differ (matches_groups); release builds do not
+// check. The classifier and its
 // environment must outlive the index; the index never changes the classifier
 // and never reads its partition, its symbol sets or its flags.
 //
@@ -82,12 +115,23 @@ namespace itp {
 class CutIndex {
  public:
   // positions[i] holds the group indices at position i; the classifier must outlive the index.
-  CutIndex(AtomClassifier& classifier, std::vector<std::vector<int>> const& positions);
+  // Every group counts; those at no position are in B under every cut.
+  CutIndex(AtomClassifier const& classifier, std::vector<std::vector<int>> const& positions);
+  // Only the groups at the positions, `others` (more of B) and `background`
+  // (in A and in B of every cut) count; every other group is ignored. Invalid
+  // indices in either list are skipped.
+  CutIndex(AtomClassifier const& classifier, std::vector<std::vector<int>> const& positions,
+           std::vector<int> const& others, std::vector<int> const& background = {});
   std::size_t size() const;  // number of positions
-  // Whether the classifier's groups still look as they did at the build: the
-  // same number of groups and every group's atom and symbol tables the same
-  // size. One pass over the groups; a cheap test of the snapshot rule.
+  // Whether the counted groups still look as they did at the build: every
+  // such group's atom and symbol tables the same size, and, when every group
+  // counts, the same number of groups. One pass over the counted groups; a
+  // cheap test of the snapshot rule.
   bool matches_groups() const;
+  // Terms the walks of this index have entered: a range walk enters each
+  // distinct subterm once, the prefix walk each term once for the index's
+  // lifetime. A measure of work, for tests and tuning.
+  std::uint64_t terms_entered() const { return terms_entered_; }
 
   // ---- Range cuts: A = the groups at positions first..last (inclusive), B = every other group.
 
@@ -138,9 +182,10 @@ class CutIndex {
     // The groups holding key k are key_groups[key_begin[k] .. key_begin[k + 1]);
     // the positions of group g, ascending, group_positions[group_begin[g] ..
     // group_begin[g + 1]).
+    // A key is in A under every cut when a group with background[g] set holds it.
     void build(std::vector<int> const& key_begin, std::vector<int> const& key_groups,
                std::vector<int> const& group_begin, std::vector<int> const& group_positions,
-               int num_positions);
+               std::vector<char> const& background, int num_positions);
     bool in_A(int key, int first, int last) const;
     bool in_B(int key, int first, int last) const;
     // The prefix cut numbers of one key: in A exactly for last >= a_from, in
@@ -154,8 +199,16 @@ class CutIndex {
     std::vector<int> gap_left_;         // gap (left, right) excludes both ends; sorted by left
     std::vector<int> gap_reach_;        // largest right end among this gap and those before it
     std::vector<PrefixStatus> prefix_;  // per key: first position, largest first-gap end
+    std::vector<char> everywhere_A_;    // per key: held by a background group
   };
 
+  CutIndex(AtomClassifier const& classifier, int num_positions, bool all_groups);
+  // The build; the lists are null when every group counts.
+  void build(std::vector<std::vector<int>> const& positions, std::vector<int> const* others,
+             std::vector<int> const* background);
+
+  // Whether the number of groups is still good for this index.
+  bool same_groups() const;
   // Debug builds: stops when the number of groups changed since the build;
   // with `full`, also when matches_groups() is false.
   void check_snapshot(char const* operation, bool full) const;
@@ -175,10 +228,12 @@ class CutIndex {
   PrefixStatus& memo(Term_ const* t);
   bool seen_before(Term_ const* t);  // marks t for the current walk
 
-  AtomClassifier& classifier_;
+  AtomClassifier const& classifier_;
   Environment const* env_;                        // the classifier's environment
   int num_positions_;                             // size()
   std::size_t num_groups_;                        // groups when built
+  bool all_groups_;                               // every group counts
+  std::vector<int> group_ids_;                    // the counted groups, ascending
   std::uint64_t fingerprint_;                     // group table sizes when built
   hsh::HashMap<Symbol const*, int> symbol_keys_;  // symbol -> key
   std::vector<Symbol const*> symbols_;            // key -> symbol
@@ -188,8 +243,9 @@ class CutIndex {
   Placement atom_place_;                          // by atom key
   std::vector<PrefixStatus> head_prefix_;  // by symbol key: the numbers of the symbol as a head
   std::vector<PrefixStatus> prefix_memo_;  // by term id; a_from < 0: not yet known
-  std::vector<std::uint32_t> seen_;        // by term id: walk that last entered it
-  std::uint32_t walk_;                     // number of the current range walk
+  std::vector<std::uint64_t> seen_;        // by term id: walk that last entered it
+  std::uint64_t walk_;                     // number of the current range walk
+  std::uint64_t terms_entered_;            // terms_entered()
   std::vector<Term_ const*> stack_;        // scratch stack of every walk
 };
 

@@ -10,8 +10,9 @@ void AtomClassifier::update_symbols(unsigned long group, int atom, bool add) {
                    "group index outside the existing groups:", group);
   ORVO_ITP_REQUIRE(env_ != nullptr, "update_symbols", "no environment set, address", 0);
   std::vector<Term_ const*> const& terms = env_->atom_terms;
+  // A negative atom becomes an index past the end.
   auto const index = static_cast<std::size_t>(static_cast<unsigned>(atom));
-  if (atom < 0 || index >= terms.size() || terms[index] == nullptr) return;
+  if (index >= terms.size() || terms[index] == nullptr) return;
   Term_ const* term = terms[index];
   Symbol const* head = term->get_symbol();
   TermManager const* tm = env_->term_manager;

@@ -23,10 +23,11 @@ void AtomClassifier::build_symbols_sets() {
 
   atom_AB_flags_.clear();
   atom_AB_flags_.resize(env_->num_atoms(), 0);
-  // Atoms outside the host's variables (which the host never registers) are skipped.
+  // Atoms outside the host's variables (which the host never registers) are
+  // skipped; a negative one would become an index past the end.
   auto flag = [this](int atom, unsigned char bit) {
     auto const index = static_cast<std::size_t>(static_cast<unsigned>(atom));
-    if (atom >= 0 && index < atom_AB_flags_.size()) atom_AB_flags_[index] |= bit;
+    if (index < atom_AB_flags_.size()) atom_AB_flags_[index] |= bit;
   };
   for (int g : A_groups_)
     for (int atom : groups_[static_cast<std::size_t>(g)].atoms)

@@ -9,7 +9,11 @@ namespace {
 
 struct SymbolCollectorCallback {
   hsh::HashSet<Symbol const*>* result;
-  void operator()(Term_ const* t) const { result->insert(t->get_symbol()); }
+  std::uint64_t* entered;  // counts the calls
+  void operator()(Term_ const* t) const {
+    ++*entered;
+    result->insert(t->get_symbol());
+  }
 };
 
 // Clears the visit marks of every term the walk entered, on every exit from
@@ -35,8 +39,9 @@ hsh::HashSet<Symbol const*> const& AtomClassifier::get_term_symbols(Term_ const*
   // The walk borrows its stack and marked list from the classifier, so that
   // collecting the symbols of a term allocates nothing once they have grown.
   symbol_marked_.clear();
-  TermVisitor<SymbolCollectorCallback> visitor(SymbolCollectorCallback{&term_symbols_}, true,
-                                               &visit_marks_, &symbol_stack_, &symbol_marked_);
+  TermVisitor<SymbolCollectorCallback> visitor(
+      SymbolCollectorCallback{&term_symbols_, &terms_entered_}, true, &visit_marks_, &symbol_stack_,
+      &symbol_marked_);
   CacheCleaner cleaner(&visit_marks_, &visitor.marked());
   visitor.visit(t);
   return term_symbols_;

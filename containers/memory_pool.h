@@ -141,7 +141,7 @@ class MemoryPool {
 
   std::uint64_t chunk_size_ = 16;        // nodes in the next chunk
   float growth_ = 2.0f;                  // factor applied after each chunk
-  std::uint64_t max_chunk_size_ = 8192;  // cap on chunk_size_, 0 for none
+  std::uint64_t max_chunk_size_ = 8192;  // cap on chunk_size_
   void* chunks_ = nullptr;               // newest chunk; older ones chained by first word
   void* free_list_ = nullptr;            // first free node
   std::size_t handed_out_ = 0;           // bookkeeping for the invariant checks
@@ -161,7 +161,7 @@ void MemoryPool<N, flag>::refill() {
   chunks_ = block;
 
   auto next = static_cast<std::uint64_t>(static_cast<float>(c) * growth_);
-  if (max_chunk_size_ != 0 && max_chunk_size_ < next) next = max_chunk_size_;
+  if (max_chunk_size_ < next) next = max_chunk_size_;
   chunk_size_ = next;
 
   char* first = static_cast<char*>(block) + sizeof(void*);

@@ -12,7 +12,9 @@
 #
 # Each fault is an exact text replacement; a pattern that does not occur
 # exactly once stops the script, so the mutants cannot silently go stale
-# when the library changes. Exit status: 0 when every mutant was killed,
+# when the library changes. To add one: a line in `mutants` (name, file,
+# what it breaks) and its (pattern, replacement) pair under the same name in
+# `faults`; any file of the tree may be mutated, since the whole suite runs. Exit status: 0 when every mutant was killed,
 # 1 when one survived, 2 on a setup error.
 set -euo pipefail
 
@@ -39,6 +41,9 @@ mutants=(
   "gc-trail|classifier/garbage_collection.cpp|a full collection leaves cells of freed clauses"
   "withdraw-2|classifier/symbol_counts.cpp|a symbol withdrawal erases the entry at count 2"
   "pop-created|classifier/backtracking.cpp|pop leaves the groups created inside the level"
+  "cut-range|classifier/cut_index.cpp|a range cut leaves out its last position from A"
+  "cut-background|classifier/cut_index.cpp|a background group is taken as A only, never B"
+  "cut-memo|classifier/cut_index.cpp|a failed prefix walk leaves its entered marks in the memo"
 )
 
 # Applies mutant $1 to file $2 with an exact, unique replacement.
@@ -96,6 +101,18 @@ faults = {
     ),
     "pop-created": (
         "  for (int g : created)\n    reset_group(g);\n",
+        "",
+    ),
+    "cut-range": (
+        "return it != end && *it <= last;",
+        "return it != end && *it < last;",
+    ),
+    "cut-background": (
+        "      add_gap(k, -1,\n",
+        "      if (background[g] == 0) add_gap(k, -1,\n",
+    ),
+    "cut-memo": (
+        "        prefix_memo_[static_cast<std::size_t>(u->get_id())].a_from = unknown;\n",
         "",
     ),
 }

@@ -146,7 +146,8 @@ class QueryCheck {
     std::vector<int> b;
     for (int g : script_.live_groups())
       if (!std::binary_search(a.begin(), a.end(), g)) b.push_back(g);
-    r.A_implies = implications_.decide(live_formulas(a), itps_[j].formula, name(j, "craig-A")).outcome;
+    r.A_implies =
+        implications_.decide(live_formulas(a), itps_[j].formula, name(j, "craig-A")).outcome;
     std::vector<z3::expr> premises = live_formulas(b);
     premises.push_back(itps_[j].formula);
     z3::expr const falsity = script_.reader().context().bool_val(false);

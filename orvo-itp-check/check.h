@@ -21,10 +21,10 @@ namespace orvo {
 namespace check {
 
 struct Options {
-  bool json = false;              // the JSON document (for the program)
-  bool craig = false;             // also the plain Craig conditions per item
-  unsigned timeout_ms = 10000;    // z3's time limit per obligation
-  std::string emit_dir;           // when set, every obligation is written there
+  bool json = false;            // the JSON document (for the program)
+  bool craig = false;           // also the plain Craig conditions per item
+  unsigned timeout_ms = 10000;  // z3's time limit per obligation
+  std::string emit_dir;         // when set, every obligation is written there
   smtlib::Unmentioned unmentioned = smtlib::Unmentioned::root;
 };
 

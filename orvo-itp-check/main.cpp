@@ -121,8 +121,8 @@ int main(int argc, char** argv) {
       } catch (orvo::smtlib::ScriptError const& e) {
         throw orvo::check::ResponsesError(e.where(), e.what());
       }
-      reports.push_back(std::make_unique<orvo::check::ProblemReport>(orvo::check::check_problem(
-          problem, text, responses, answers, options, std::cerr)));
+      reports.push_back(std::make_unique<orvo::check::ProblemReport>(
+          orvo::check::check_problem(problem, text, responses, answers, options, std::cerr)));
     } catch (orvo::check::ResponsesError const& e) {
       error = at(shown_responses, e);
     } catch (orvo::smtlib::ScriptError const& e) {

@@ -138,8 +138,8 @@ Offenders Vocabulary::check(std::size_t item, std::vector<Symbol const*> const& 
   return out;
 }
 
-Implications::Implications(z3::context& ctx, unsigned timeout_ms,
-                           std::vector<z3::expr> background, std::string logic)
+Implications::Implications(z3::context& ctx, unsigned timeout_ms, std::vector<z3::expr> background,
+                           std::string logic)
     : ctx_(ctx), solver_(ctx), background_(std::move(background)), logic_(std::move(logic)) {
   z3::params p(ctx);
   p.set("timeout", timeout_ms);

@@ -63,12 +63,9 @@ std::string findings(InterpolantReport const& r) {
 }
 
 Json interpolant_json(InterpolantReport const& r) {
-  Json one{{"node", r.node},
-           {"verdict", verdict_name(r.verdict)},
-           {"A_local", r.A_local},
-           {"B_local", r.B_local},
-           {"foreign", r.foreign},
-           {"implication", outcome_name(r.implication.outcome)}};
+  Json one{{"node", r.node},       {"verdict", verdict_name(r.verdict)},
+           {"A_local", r.A_local}, {"B_local", r.B_local},
+           {"foreign", r.foreign}, {"implication", outcome_name(r.implication.outcome)}};
   if (r.implication.outcome == Outcome::fails) {
     Json values = Json::object();
     for (auto const& [name, value] : r.implication.counterexample)
@@ -152,8 +149,8 @@ int exit_status(ProblemReport const& report) {
 
 void write_text(std::ostream& out, ProblemReport const& report) {
   out << report.file << " answered by " << report.responses << ": " << report.queries.size()
-      << (report.queries.size() == 1 ? " query" : " queries") << " (unmentioned assertions: "
-      << rule_name(report.unmentioned) << ")\n";
+      << (report.queries.size() == 1 ? " query" : " queries")
+      << " (unmentioned assertions: " << rule_name(report.unmentioned) << ")\n";
   for (QueryReport const& q : report.queries) {
     out << "query at line " << q.line << ": " << shortened(q.text, 100);
     if (q.answer != Answer::Kind::interpolants) {

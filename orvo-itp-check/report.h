@@ -25,8 +25,8 @@ struct InterpolantReport {
   std::vector<std::string> B_local;
   std::vector<std::string> foreign;
   Decision implication;
-  std::string reason;   // unreadable: why; else the implication's reason, if any
-  bool craig = false;   // with --craig: the two plain conditions
+  std::string reason;  // unreadable: why; else the implication's reason, if any
+  bool craig = false;  // with --craig: the two plain conditions
   Outcome A_implies = Outcome::not_checked;
   Outcome B_inconsistent = Outcome::not_checked;
   Metrics metrics;                   // readable only

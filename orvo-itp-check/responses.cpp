@@ -12,9 +12,9 @@ using smtlib::SExpr;
 
 bool takes_response(std::string_view head) {
   static constexpr std::array<std::string_view, 12> answering = {
-      "check-sat",      "check-sat-assuming",    "get-value",  "get-model",
-      "get-assignment", "get-unsat-core",        "get-proof",  "get-unsat-assumptions",
-      "get-info",       "get-option",            "echo",       "get-interpolants"};
+      "check-sat",      "check-sat-assuming", "get-value", "get-model",
+      "get-assignment", "get-unsat-core",     "get-proof", "get-unsat-assumptions",
+      "get-info",       "get-option",         "echo",      "get-interpolants"};
   return std::find(answering.begin(), answering.end(), head) != answering.end();
 }
 

@@ -40,7 +40,7 @@ class Responses {
 // What the solver said to one get-interpolants.
 struct Answer {
   enum class Kind { interpolants, missing, error, count } kind = Kind::missing;
-  std::string message;                       // error: the solver's; count: both numbers
+  std::string message;                         // error: the solver's; count: both numbers
   std::vector<smtlib::SExpr const*> formulas;  // interpolants: one per item but the root
 };
 

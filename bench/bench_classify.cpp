@@ -17,39 +17,10 @@
 #include <sstream>
 #include <string>
 
+#include "bench/workloads.h"
 #include "orvo-itp-classify/classify.h"
 
 namespace {
-
-// Step i relates x_i and x_(i+1) through a let-shared term of depth 6 (64
-// paths through 13 distinct subterms), as unrolled transition relations do.
-std::string sequence_script(int n) {
-  std::ostringstream s;
-  s << "(set-logic QF_UFLIA)\n(declare-fun f (Int) Int)\n(declare-fun g (Int Int) Int)\n";
-  for (int i = 0; i <= n; ++i)
-    s << "(declare-fun x" << i << " () Int)\n";
-  for (int i = 0; i < n; ++i) {
-    s << "(assert (! (let ((a0 (g x" << i << " x" << i + 1 << ")))";
-    for (int d = 1; d <= 6; ++d)
-      s << " (let ((a" << d << " (f (g a" << d - 1 << " a" << d - 1 << "))))";
-    s << " (and (< x" << i << " a6) (or (= a6 x" << i + 1 << ") (> a3 x" << i << ")) (<= a1 (+ x"
-      << i + 1 << " 1)))" << std::string(7, ')') << " :named P" << i << "))\n";
-  }
-  // 100 queries of 100 steps spread over the trace (overlapping below
-  // 10,000 steps), then one over every step.
-  for (int q = 0; q < 100 && n >= 100; ++q) {
-    int const first = static_cast<int>(static_cast<long long>(q) * (n - 100) / 99);
-    s << "(get-interpolants";
-    for (int i = first; i < first + 100; ++i)
-      s << " P" << i;
-    s << ")\n";
-  }
-  s << "(get-interpolants";
-  for (int i = 0; i < n; ++i)
-    s << " P" << i;
-  s << ")\n";
-  return s.str();
-}
 
 void run(benchmark::State& state, std::string const& name, std::string const& text, double steps) {
   orvo::smtlib::Timing t;
@@ -73,7 +44,7 @@ void run(benchmark::State& state, std::string const& name, std::string const& te
 
 void BM_GeneratedSequence(benchmark::State& state) {
   int const n = static_cast<int>(state.range(0));
-  run(state, "sequence.smt2", sequence_script(n), n);
+  run(state, "sequence.smt2", orvo::bench::sequence_script(n), n);
   state.SetComplexityN(n);
 }
 BENCHMARK(BM_GeneratedSequence)
@@ -104,7 +75,7 @@ void register_bundled() {
 
 int main(int argc, char** argv) {
   if (argc == 3 && std::strcmp(argv[1], "--script") == 0) {
-    std::cout << sequence_script(std::atoi(argv[2]));
+    std::cout << orvo::bench::sequence_script(std::atoi(argv[2]));
     return 0;
   }
   register_bundled();

@@ -8,6 +8,7 @@
 #include "orvo-itp-check/verdicts.h"
 #include "smtlib/names.h"
 #include "smtlib/script.h"
+#include "smtlib/z3_guard.h"
 
 namespace orvo {
 namespace check {
@@ -203,6 +204,8 @@ ProblemReport check_problem(std::string const& problem_path, std::string_view pr
         prefix = (std::filesystem::path(options.emit_dir) /
                   (stem + "-q" + std::to_string(report.queries.size() + 1) + "-"))
                      .string();
+      // z3 running out of memory while it decides is one error line at the query.
+      smtlib::Z3ExitGuard const guard(report.file, q.where);
       r.interpolants = QueryCheck(script, q, options, prefix).run(a.formulas);
     }
     report.queries.push_back(std::move(r));

@@ -58,6 +58,7 @@ Formula split_formula(z3::expr const& assertion) {
       z3::expr const e = stack.back();
       stack.pop_back();
       if (!seen.insert(e.id()).second) continue;
+      ++out.visits;
       if (is_connective(e)) {
         for (unsigned i = e.num_args(); i-- > 0;)
           stack.push_back(e.arg(i));
@@ -82,6 +83,7 @@ Formula split_formula(z3::expr const& assertion) {
     z3::expr const e = stack.back();
     stack.pop_back();
     if (!seen.insert(e.id()).second) continue;
+    ++out.visits;
     if (has_kind(e, Z3_OP_AND)) {
       for (unsigned i = e.num_args(); i-- > 0;)
         stack.push_back(e.arg(i));

@@ -28,6 +28,7 @@ struct Literal {
 struct Formula {
   std::vector<z3::expr> atoms;                 // distinct, in the order the walk meets them
   std::vector<std::vector<Literal>> clauses;  // in the order of the conjuncts
+  std::size_t visits = 0;                      // subterms the two walks entered
 };
 
 // The atoms and clauses of `assertion` (Bool-sorted).

@@ -110,17 +110,27 @@ std::string script_text(std::string_view text) {
 }
 
 std::string z3_message(std::string_view raw) {
-  std::string text(raw);
-  // (error "line 1 column 95: unknown constant f") -> unknown constant f
-  if (text.rfind("(error \"", 0) == 0) {
-    text.erase(0, 8);
-    while (!text.empty() && (text.back() == '\n' || text.back() == ' ' || text.back() == ')' ||
-                             text.back() == '"'))
-      text.pop_back();
-  }
-  if (text.rfind("line ", 0) == 0) {
-    std::size_t const colon = text.find(": ");
-    if (colon != std::string::npos && text.find("column ") < colon) text.erase(0, colon + 2);
+  // (error "line 1 column 95: unknown constant f")(error "...") -> the
+  // messages without their positions, joined.
+  std::string text;
+  std::string_view rest = raw;
+  std::string_view const open = "(error \"";
+  if (rest.find(open) == std::string_view::npos) {
+    text.assign(raw);
+  } else {
+    for (std::size_t at; (at = rest.find(open)) != std::string_view::npos;) {
+      rest.remove_prefix(at + open.size());
+      std::size_t end = rest.find("\")");
+      std::string_view one = rest.substr(0, end);
+      rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + 2);
+      if (one.rfind("line ", 0) == 0) {
+        std::size_t const colon = one.find(": ");
+        if (colon != std::string_view::npos && one.find("column ") < colon)
+          one.remove_prefix(colon + 2);
+      }
+      if (!text.empty()) text += "; ";
+      text.append(one);
+    }
   }
   for (std::string const& nl : {std::string("\r\n"), std::string("\n"), std::string("\r")})
     replace_all(text, nl, "; ");

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "smtlib/names.h"
+#include "smtlib/z3_guard.h"
 #include "smtlib/z3_walk.h"
 
 namespace orvo {
@@ -217,16 +218,19 @@ z3::expr_vector Z3Reader::parse_text(std::string const& body,
   for (std::size_t m : macros)
     text += sort_macros_[m].text;
   text += body;
+  handed_ += text.size() + sorts.size() + funs.size();
   // z3 keeps the last error code until it is set again: clear it first.
   Z3_set_error(ctx_, Z3_OK);
   auto const start = Clock::now();
+  Z3ExitGuard const guard(printable_utf8(file_), at);
   Z3_ast_vector raw = Z3_parse_smtlib2_string(
       ctx_, text.c_str(), static_cast<unsigned>(sorts.size()), sort_symbols.data(), sorts.data(),
       static_cast<unsigned>(funs.size()), fun_symbols.data(), funs.data());
   parse_time_ += Clock::now() - start;
   Z3_error_code const code = Z3_get_error_code(ctx_);
   if (code != Z3_OK) {
-    std::string const message = Z3_get_error_msg(ctx_, code);
+    char const* said = Z3_get_error_msg(ctx_, code);
+    std::string const message = said != nullptr ? said : "out of memory";
     Z3_set_error(ctx_, Z3_OK);
     throw ScriptError(at, "z3 rejects the command: " + z3_message(message));
   }

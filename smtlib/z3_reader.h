@@ -80,6 +80,9 @@ class Z3Reader {
 
   // Time spent inside z3's parser so far.
   std::chrono::nanoseconds parse_time() const noexcept { return parse_time_; }
+  // What z3's parser was handed so far: bytes of text plus sorts and
+  // functions passed. Reading is linear when this is linear in the script.
+  std::size_t handed() const noexcept { return handed_; }
 
  private:
   struct Definition {
@@ -143,6 +146,7 @@ class Z3Reader {
   // Names bound per open scope, innermost last: (is a sort name, name).
   std::vector<std::vector<std::pair<bool, std::string>>> scopes_;
   std::chrono::nanoseconds parse_time_{0};
+  std::size_t handed_ = 0;
 };
 
 }  // namespace smtlib

@@ -1,6 +1,7 @@
 #include "orvo-itp-check/check.h"
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 
 #include "orvo-itp-check/obligations.h"
@@ -15,6 +16,7 @@ namespace check {
 
 namespace {
 
+using Clock = std::chrono::steady_clock;
 using smtlib::Query;
 using smtlib::Script;
 
@@ -41,8 +43,10 @@ std::string logic_at(Script const& script, std::size_t command) {
 // against the cuts and decides the implications.
 class QueryCheck {
  public:
-  QueryCheck(Script& script, Query const& q, Options const& options, std::string emit_prefix)
-      : script_(script),
+  QueryCheck(Script& script, Query const& q, Options const& options, std::string emit_prefix,
+             CheckTiming& timing)
+      : timing_(timing),
+        script_(script),
         q_(q),
         options_(options),
         emit_prefix_(std::move(emit_prefix)),
@@ -51,7 +55,11 @@ class QueryCheck {
 
   std::vector<InterpolantReport> run(std::vector<smtlib::SExpr const*> const& formulas) {
     std::size_t const n = formulas.size();  // every item but the root
+    auto start = Clock::now();
     itps_ = read_interpolants(script_, formulas);
+    timing_.reading += smtlib::seconds_since(start);
+    timing_.interpolants += n;
+    start = Clock::now();
     std::vector<InterpolantReport> out(n);
     Vocabulary vocabulary(script_, q_);
     for (std::size_t j = 0; j < n; ++j) {
@@ -69,6 +77,8 @@ class QueryCheck {
       r.symbols = names_of(itp.symbols);
       r.metrics = itp.metrics;
     }
+    timing_.vocabulary += smtlib::seconds_since(start);
+    start = Clock::now();
     // The steps: each item's own obligation, then the root's.
     std::vector<Decision> steps(n);
     for (std::size_t j = 0; j < n; ++j)
@@ -90,6 +100,7 @@ class QueryCheck {
                              r.implication.outcome);
       if (options_.craig) craig(j, r);
     }
+    timing_.z3 += smtlib::seconds_since(start);
     return out;
   }
 
@@ -155,6 +166,7 @@ class QueryCheck {
     r.B_inconsistent = implications_.decide(premises, falsity, name(j, "craig-B")).outcome;
   }
 
+  CheckTiming& timing_;
   Script& script_;
   Query const& q_;
   Options const& options_;
@@ -206,7 +218,7 @@ ProblemReport check_problem(std::string const& problem_path, std::string_view pr
                      .string();
       // z3 running out of memory while it decides is one error line at the query.
       smtlib::Z3ExitGuard const guard(report.file, q.where);
-      r.interpolants = QueryCheck(script, q, options, prefix).run(a.formulas);
+      r.interpolants = QueryCheck(script, q, options, prefix, report.timing).run(a.formulas);
     }
     report.queries.push_back(std::move(r));
   });

@@ -43,6 +43,7 @@ char const usage[] =
     "  --unmentioned=root|background|error\n"
     "                    live assertions no query item names: the root's (default),\n"
     "                    every partition's, or an error\n"
+    "  --stats           where the time went, per pair, on standard error\n"
     "  --help            this text\n"
     "Exit status: 0 all valid, 1 bad input, 2 something wrong, 3 something unproven.\n";
 
@@ -55,11 +56,14 @@ int bad_command_line(std::string const& what) {
 
 int main(int argc, char** argv) {
   orvo::check::Options options;
+  bool stats = false;
   std::vector<std::string> files;
   for (int i = 1; i < argc; ++i) {
     std::string const arg = argv[i];
     if (arg == "--json") {
       options.json = true;
+    } else if (arg == "--stats") {
+      stats = true;
     } else if (arg == "--craig") {
       options.craig = true;
     } else if (arg.rfind("--timeout-ms=", 0) == 0) {
@@ -141,6 +145,11 @@ int main(int argc, char** argv) {
       continue;
     }
     worse(orvo::check::exit_status(*reports.back()));
+    if (stats) {
+      orvo::check::CheckTiming const& t = reports.back()->timing;
+      std::cerr << shown << ": " << t.interpolants << " interpolants; reading " << t.reading * 1e3
+                << " ms, vocabulary " << t.vocabulary * 1e3 << " ms, z3 " << t.z3 * 1e3 << " ms\n";
+    }
     entries.push_back(orvo::check::JsonEntry{reports.back().get(), shown, shown_responses, {}});
   }
   if (options.json) {

@@ -49,11 +49,20 @@ struct Summary {
   std::size_t unanswered = 0;  // missing, error or count answers
 };
 
+// Where the checking time went, in seconds (the script's own playing aside).
+struct CheckTiming {
+  double reading = 0;     // interpolants through z3's parser, metrics and symbols
+  double vocabulary = 0;  // the cut index and the symbol checks
+  double z3 = 0;          // the implications
+  std::size_t interpolants = 0;
+};
+
 struct ProblemReport {
   std::string file;       // as named on the command line
   std::string responses;  // likewise
   smtlib::Unmentioned unmentioned = smtlib::Unmentioned::root;
   std::vector<QueryReport> queries;
+  CheckTiming timing;
 };
 
 Summary summarize(ProblemReport const& report);

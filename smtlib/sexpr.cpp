@@ -41,7 +41,8 @@ class Reader {
  public:
   explicit Reader(std::string_view text) : text_(text) {}
 
-  std::vector<SExpr> commands() {
+  // The top-level elements; with `lists_only`, each must be a list.
+  std::vector<SExpr> elements(bool lists_only) {
     std::vector<SExpr> out;
     // Open lists, innermost last; the element under construction is the
     // back of the innermost list's items.
@@ -74,10 +75,13 @@ class Reader {
         continue;
       }
       SExpr atom = read_atom();
-      if (open.empty())
+      if (!open.empty())
+        open.back().items.push_back(std::move(atom));
+      else if (!lists_only)
+        out.push_back(std::move(atom));
+      else
         throw ScriptError(
             where, "expected '(' to start a command, found '" + std::string(atom.text) + "'");
-      open.back().items.push_back(std::move(atom));
     }
     if (!open.empty())
       throw ScriptError(open.front().where, "unbalanced '(': the command is not closed");
@@ -205,7 +209,11 @@ SExpr::~SExpr() {
 }
 
 std::vector<SExpr> read_commands(std::string_view text) {
-  return Reader(text).commands();
+  return Reader(text).elements(true);
+}
+
+std::vector<SExpr> read_sexprs(std::string_view text) {
+  return Reader(text).elements(false);
 }
 
 void collect_symbols(SExpr const& e, std::vector<std::string_view>& out) {

@@ -66,6 +66,11 @@ struct SExpr {
 // a list. Lines end at LF, CRLF or a lone CR.
 std::vector<SExpr> read_commands(std::string_view text);
 
+// Splits `text` into its top-level elements, lists or atoms (a stream of
+// responses: `sat`, `success`, `(error "...")`, ...), with the same faults
+// as read_commands but for the rule on atoms.
+std::vector<SExpr> read_sexprs(std::string_view text);
+
 // Every symbol that occurs in `e` (bars removed), each once per occurrence,
 // appended to `out`.
 void collect_symbols(SExpr const& e, std::vector<std::string_view>& out);

@@ -1,0 +1,17 @@
+; Answers that are no list of interpolants, among success tokens and other
+; commands' responses; commands after exit take none.
+(set-option :print-success true)
+(set-logic QF_LIA)
+(declare-fun a () Int)
+(assert (! (> a 0) :named P))
+(assert (! (< a 0) :named Q))
+(check-sat)
+(echo "one")
+(get-interpolants P Q)
+(get-value (a))
+(get-interpolants P Q)
+(get-interpolants P Q)
+(get-interpolants P Q)
+(get-interpolants P Q)
+(exit)
+(get-interpolants P Q)

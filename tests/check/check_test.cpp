@@ -1,0 +1,201 @@
+// orvo-itp-check on problem and response pairs: its own pairs (a planted
+// fault of each kind, named in each problem's comments) and, when the
+// shared data set is beside the repository, the real solvers' answers; the
+// reading of responses and interpolants; the emitted obligations re-checked
+// by a fresh z3.
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "orvo-itp-check/check.h"
+#include "orvo-itp-check/obligations.h"
+#include "smtlib/script.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using Json = nlohmann::json;
+using orvo::check::Options;
+
+std::string slurp(fs::path const& p) {
+  std::ifstream in(p, std::ios::binary);
+  std::ostringstream s;
+  s << in.rdbuf();
+  return s.str();
+}
+
+Options options_from(std::string const& flags) {
+  Options o;
+  std::istringstream words(flags);
+  for (std::string w; words >> w;) {
+    if (w == "--craig") o.craig = true;
+    if (w == "--unmentioned=background") o.unmentioned = orvo::smtlib::Unmentioned::background;
+    if (w == "--unmentioned=error") o.unmentioned = orvo::smtlib::Unmentioned::error;
+  }
+  return o;
+}
+
+orvo::check::ProblemReport check(std::string const& problem, std::string const& responses,
+                                 Options const& o = {}) {
+  std::ostringstream warnings;
+  return orvo::check::check_problem("p.smt2", problem, "p.out", responses, o, warnings);
+}
+
+// The document with what varies between z3 versions (metrics, model values,
+// z3's reasons, the words of messages) left out, as the shared comparison does.
+Json comparable(Json doc) {
+  doc.erase("file");
+  doc.erase("responses");
+  for (Json& q : doc["queries"]) {
+    if (q.contains("message")) q["message"] = "";
+    if (!q.contains("interpolants")) continue;
+    for (Json& i : q["interpolants"])
+      for (char const* k : {"size", "atoms", "quantifiers", "counterexample", "reason"})
+        i.erase(k);
+  }
+  return doc;
+}
+
+// Every pair under `dir`: the document and the exit status it implies.
+void check_pairs(fs::path const& dir) {
+  std::size_t pairs = 0;
+  for (auto const& entry : fs::recursive_directory_iterator(dir)) {
+    fs::path const p = entry.path();
+    if (p.extension() != ".smt2") continue;
+    fs::path const rel = fs::relative(p, dir / "problems").replace_extension();
+    bool const shared = fs::exists(dir / "problems");
+    auto const at = [&](char const* folder, char const* ext) {
+      return shared ? (dir / folder / rel).concat(ext) : fs::path(p).replace_extension(ext);
+    };
+    SCOPED_TRACE(p.string());
+    ++pairs;
+    Json const expected = Json::parse(slurp(at("expected", ".json")));
+    Options const o =
+        options_from(fs::exists(at("expected", ".flags")) ? slurp(at("expected", ".flags")) : "");
+    if (expected.contains("error")) {
+      EXPECT_THROW(check(slurp(p), slurp(at("responses", ".out")), o), orvo::smtlib::ScriptError);
+      continue;
+    }
+    orvo::check::ProblemReport const r = check(slurp(p), slurp(at("responses", ".out")), o);
+    std::ostringstream out;
+    orvo::check::write_json(out, {{&r, "p.smt2", "p.out", {}}});
+    EXPECT_EQ(comparable(Json::parse(out.str())), comparable(expected));
+    auto const& s = expected["summary"];
+    bool const count = out.str().find("\"count\"") != std::string::npos;
+    int const status = s["invalid"] > 0 || s["unreadable"] > 0 || count ? 2
+                       : s["unknown"] > 0 || s["unanswered"] > 0        ? 3
+                                                                        : 0;
+    EXPECT_EQ(orvo::check::exit_status(r), status);
+  }
+  EXPECT_GT(pairs, 0u);
+}
+
+TEST(CheckPairs, OwnPairs) {
+  check_pairs(fs::path(ORVO_ITP_SOURCE_DIR) / "orvo-itp-check" / "problems");
+}
+
+TEST(CheckPairs, SharedPairs) {
+  // Beside the repository, or beside the folder of worktrees it is one of.
+  for (char const* up : {"..", "../.."}) {
+    fs::path const data = fs::path(ORVO_ITP_SOURCE_DIR) / up / "shared" / "data" / "interpolants";
+    if (fs::exists(data / "problems")) return check_pairs(data);
+  }
+  GTEST_SKIP() << "no shared interpolant pairs beside " << ORVO_ITP_SOURCE_DIR;
+}
+
+TEST(CheckResponses, FaultsOfTheStreamAndErrorMessages) {
+  std::string const script =
+      "(declare-fun x () Int)(assert (! (> x 0) :named A))"
+      "(assert (! (< x 0) :named B))(get-interpolants A B)";
+  try {
+    check(script, "unsat\n((> x 0)\n");
+    ADD_FAILURE() << "an unbalanced stream was accepted";
+  } catch (orvo::check::ResponsesError const& e) {
+    EXPECT_EQ(e.where().line, 2);
+    EXPECT_EQ(e.where().column, 1);
+  }
+  auto const r = check(script, "success (error \"say \"\"no\"\"\")");
+  ASSERT_EQ(r.queries.size(), 1u);
+  EXPECT_EQ(r.queries[0].answer, orvo::check::Answer::Kind::error);
+  EXPECT_EQ(r.queries[0].message, "say \"no\"");
+}
+
+// z3 keeps a failed parse's error in its context: every formula after a bad
+// one must read as if it came first.
+TEST(CheckReading, AFailedReadLeavesNothingBehind) {
+  std::string const script =
+      "(declare-fun x () Int)(declare-fun p () Bool)(define-fun big ((v Int)) Bool (> v 9))"
+      "(assert (! (big x) :named A))(assert (! (not p) :named B))(get-interpolants A B)";
+  std::string const terms =
+      "(+ x p) (> x 1) (.mod_1 x) (big x) x (and p (big x)) (= p 1) (or p (> x 2))";
+  std::vector<bool> const readable{false, true, false, true, false, true, false, true};
+  std::ostringstream warnings;
+  orvo::smtlib::Script s("t.smt2", warnings);
+  bool queried = false;
+  s.run(script, [&](orvo::smtlib::Query const&) {
+    queried = true;
+    std::vector<orvo::smtlib::SExpr> const all = orvo::smtlib::read_sexprs(terms);
+    std::vector<orvo::smtlib::SExpr const*> mixed, good;
+    for (std::size_t i = 0; i < all.size(); ++i) {
+      mixed.push_back(&all[i]);
+      if (readable[i]) good.push_back(&all[i]);
+    }
+    auto const got = orvo::check::read_interpolants(s, mixed);
+    auto const alone = orvo::check::read_interpolants(s, good);
+    std::size_t k = 0;
+    for (std::size_t i = 0; i < got.size(); ++i) {
+      SCOPED_TRACE(all[i].text);
+      ASSERT_EQ(got[i].readable, readable[i]) << got[i].reason;
+      if (readable[i]) {
+        EXPECT_TRUE(z3::eq(got[i].formula, alone[k++].formula));
+      }
+    }
+    EXPECT_EQ(got[2].reason, "unknown name .mod_1");
+    EXPECT_EQ(got[4].reason, "not a Boolean term");
+    EXPECT_EQ(Z3_get_error_code(s.reader().context()), Z3_OK);
+    // and z3 still decides: (big x) implies (> x 2)
+    orvo::check::Implications imp(s.reader().context(), 10000, {}, "");
+    EXPECT_EQ(imp.decide({got[3].formula}, got[7].formula).outcome, orvo::check::Outcome::holds);
+  });
+  EXPECT_TRUE(queried);
+}
+
+// Every emitted obligation, read by a fresh z3 on its own, is unsat exactly
+// when the checker found that step to hold.
+TEST(CheckEmit, ObligationsRecheckedByAFreshZ3) {
+  fs::path const dir =
+      fs::temp_directory_path() / ("orvo-itp-check-emit-" + std::to_string(::getpid()));
+  fs::remove_all(dir);
+  fs::create_directories(dir);
+  Options o;
+  o.emit_dir = dir.string();
+  fs::path const pairs = fs::path(ORVO_ITP_SOURCE_DIR) / "orvo-itp-check" / "problems";
+  auto const r = orvo::check::check_problem("steps.smt2", slurp(pairs / "steps.smt2"), "steps.out",
+                                            slurp(pairs / "steps.out"), o, std::cerr);
+  std::size_t compared = 0;
+  for (std::size_t k = 0; k < r.queries.size(); ++k)
+    for (std::size_t j = 0; j + 1 < r.queries[k].interpolants.size();
+         ++j) {  // not the root's child
+      fs::path const f =
+          dir / ("steps-q" + std::to_string(k + 1) + "-" + std::to_string(j) + "-step.smt2");
+      SCOPED_TRACE(f.string());
+      ASSERT_TRUE(fs::exists(f));
+      z3::context ctx;
+      z3::solver fresh(ctx);
+      fresh.from_string(slurp(f).c_str());
+      bool const holds =
+          r.queries[k].interpolants[j].implication.outcome == orvo::check::Outcome::holds;
+      EXPECT_EQ(fresh.check(), holds ? z3::unsat : z3::sat);
+      ++compared;
+    }
+  EXPECT_EQ(compared, 10u);
+  EXPECT_TRUE(fs::exists(dir / "steps-q5-root.smt2"));
+  fs::remove_all(dir);
+}
+
+}  // namespace

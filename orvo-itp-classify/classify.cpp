@@ -28,21 +28,36 @@ PartitionAnswer by_classifier(Script& script, PartitionAnswer const& cut,
   PartitionAnswer r;
   r.item = cut.item;
   r.A_groups = cut.A_groups;
-  std::vector<int> A = cut.A_groups;
-  A.insert(A.end(), background.begin(), background.end());
-  std::sort(A.begin(), A.end());
-  if (!A.empty() && A.front() == 0 && A.back() == static_cast<int>(A.size()) - 1)
-    classifier.set_frontier(A.back());
-  else
-    classifier.set_A_groups(A);
+  auto choose = [&](std::vector<int> A) {
+    std::sort(A.begin(), A.end());
+    if (!A.empty() && A.front() == 0 && A.back() == static_cast<int>(A.size()) - 1)
+      classifier.set_frontier(A.back());
+    else
+      classifier.set_A_groups(A);
+  };
+  // Background groups are on both sides: A's symbols as the partition with
+  // them in A gives them, B's as the partition with them in B does.
+  if (!background.empty()) {
+    std::vector<int> A = cut.A_groups;
+    A.insert(A.end(), background.begin(), background.end());
+    choose(A);
+    for (Symbol const* s : classifier.get_A_symbols())
+      if (!tm.is_interpreted(s)) r.A_symbols.push_back(s);
+  }
+  choose(cut.A_groups);
   auto const& B_set = classifier.get_B_symbols();
-  for (Symbol const* s : classifier.get_A_symbols())
-    if (!tm.is_interpreted(s)) {
-      r.A_symbols.push_back(s);
-      if (B_set.find(s) != B_set.end()) r.common.push_back(s);
-    }
+  if (background.empty())
+    for (Symbol const* s : classifier.get_A_symbols())
+      if (!tm.is_interpreted(s)) r.A_symbols.push_back(s);
+  for (Symbol const* s : r.A_symbols)
+    if (B_set.find(s) != B_set.end()) r.common.push_back(s);
   for (Symbol const* s : B_set)
     if (!tm.is_interpreted(s)) r.B_symbols.push_back(s);
+  r.atoms = cut.atoms;  // the statuses mix both partitions: the index's stand
+  r.atom_status = cut.atom_status;
+  if (!background.empty()) return r;
+  r.atoms = {};
+  r.atom_status.clear();
   for (int a : held) {
     int const status =
         classifier.get_term_status(script.environment().atom_terms[static_cast<std::size_t>(a)]);

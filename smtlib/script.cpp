@@ -232,7 +232,18 @@ itp::CutIndex Script::cut_index(Query const& q) const {
   positions.reserve(q.items.size());
   for (QueryItem const& item : q.items)
     positions.push_back(item.groups);
-  return itp::CutIndex(const_cast<itp::AtomClassifier&>(classifier_), positions);
+  // The index reads only the groups that count: the query's, the other live
+  // ones (B of every cut) and the background; popped groups are empty.
+  std::vector<char> placed(groups_.size(), 0);
+  for (QueryItem const& item : q.items)
+    for (int g : item.groups)
+      placed[static_cast<std::size_t>(g)] = 1;
+  for (int g : q.background)
+    placed[static_cast<std::size_t>(g)] = 1;
+  std::vector<int> others;
+  for (int g : scopes_.live())
+    if (placed[static_cast<std::size_t>(g)] == 0) others.push_back(g);
+  return itp::CutIndex(classifier_, positions, others, q.background);
 }
 
 }  // namespace smtlib

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iostream>
+#include <memory>
 #include <sstream>
 
 #include "smtlib/partition.h"
@@ -108,7 +109,8 @@ ProblemReport classify_problem(std::string const& path, std::string_view text,
   std::size_t const slash = path.find_last_of('/');
   report.file = smtlib::printable_utf8(slash == std::string::npos ? path : path.substr(slash + 1));
   report.background = options.unmentioned == smtlib::Unmentioned::background;
-  Script script(path, warnings, options.unmentioned);
+  auto owned = std::make_unique<Script>(path, warnings, options.unmentioned);
+  Script& script = *owned;
   script.run(text, [&](Query const& q) {
     auto const start = std::chrono::steady_clock::now();
     std::vector<int> const held = script.held_atoms();
@@ -131,8 +133,13 @@ ProblemReport classify_problem(std::string const& path, std::string_view text,
     report.queries.push_back(report_query(script, q, answers, held, std::move(dumps)));
     report.queries_time += smtlib::seconds_since(start);
   });
+  auto start = std::chrono::steady_clock::now();
   report_groups(script, report);
+  report.groups_time = smtlib::seconds_since(start);
   report.timing = script.timing();
+  start = std::chrono::steady_clock::now();
+  owned.reset();
+  report.teardown_time = smtlib::seconds_since(start);
   return report;
 }
 

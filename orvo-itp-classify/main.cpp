@@ -101,12 +101,15 @@ int main(int argc, char** argv) {
   std::vector<std::unique_ptr<orvo::classify::ProblemReport>> reports;
   std::vector<orvo::classify::JsonEntry> entries;
   bool failed = false;
+  std::string stats_lines;  // after the output, with its time
   for (std::string const& path : files) {
     auto const start = Clock::now();
     std::string const shown = orvo::smtlib::printable_utf8(path);
     std::string error;
+    double read = 0;
     try {
       std::string const text = orvo::smtlib::read_input(path);
+      read = orvo::smtlib::seconds_since(start);
       reports.push_back(std::make_unique<orvo::classify::ProblemReport>(
           orvo::classify::classify_problem(path, text, options, std::cerr)));
     } catch (orvo::smtlib::ScriptError const& e) {
@@ -128,14 +131,20 @@ int main(int argc, char** argv) {
     if (stats) {
       auto const& t = r.timing;
       double const total = orvo::smtlib::seconds_since(start);
-      std::cerr << shown << ": " << t.assertions << " assertions, " << r.partitions
-                << " partitions; " << total * 1e3 << " ms: split " << t.split * 1e3
-                << ", z3 parser " << t.z3 * 1e3 << ", host terms " << t.host_terms * 1e3
-                << ", classifier " << t.classify * 1e3 << ", queries " << r.queries_time * 1e3
-                << ", rest " << (total - t.split - t.z3 - t.host_terms - t.classify - r.queries_time) * 1e3
-                << " ms\n";
+      double const known = read + t.split + t.reading + t.host_terms + t.classify +
+                           r.queries_time + r.groups_time + r.teardown_time;
+      std::ostringstream line;
+      line << shown << ": " << t.assertions << " assertions, " << r.partitions << " partitions; "
+           << total * 1e3 << " ms: reading " << read * 1e3 << ", splitting " << t.split * 1e3
+ << ", declarations and terms " << t.reading * 1e3 << " (z3's parser " << t.z3 * 1e3
+           << "), host terms " << t.host_terms * 1e3
+           << ", classifier " << t.classify * 1e3 << ", queries " << r.queries_time * 1e3
+           << ", groups " << r.groups_time * 1e3 << ", teardown " << r.teardown_time * 1e3
+           << ", other " << (total - known) * 1e3 << " ms\n";
+      stats_lines += line.str();
     }
   }
+  auto const output_start = Clock::now();
   if (options.json) {
     if (files.size() > 1 || !failed) orvo::classify::write_json(std::cout, entries, options);
   } else {
@@ -147,6 +156,9 @@ int main(int argc, char** argv) {
     }
   }
   std::cout.flush();
+  if (stats)
+    std::cerr << stats_lines << "output: " << orvo::smtlib::seconds_since(output_start) * 1e3
+              << " ms\n";
   if (!std::cout) {
     std::cerr << "orvo-itp-classify: cannot write the report: " << std::strerror(errno) << "\n";
     return 1;

@@ -61,6 +61,8 @@ struct ProblemReport {
   std::vector<QueryReport> queries;
   smtlib::Timing timing;
   double queries_time = 0;  // seconds answering queries
+  double groups_time = 0;   // seconds summarising the groups at the end
+  double teardown_time = 0; // seconds releasing the script (z3's context, the classifier)
   std::size_t partitions = 0;
 };
 

@@ -58,7 +58,9 @@ void Script::run(std::string_view text, QueryHandler const& on_query) {
              (commands_[i].head() == "declare-fun" || commands_[i].head() == "declare-const");
            ++i)
         run.push_back(&commands_[i]);
+      auto const read_start = Clock::now();
       reader_.declare_funs(run);
+      timing_.reading += seconds_since(read_start);
       continue;
     }
     assertions.clear();
@@ -73,12 +75,20 @@ void Script::run(std::string_view text, QueryHandler const& on_query) {
       terms.clear();
       for (Assertion const& x : assertions)
         terms.push_back(x.term);
+      auto const read_start = Clock::now();
       std::vector<z3::expr> const formulas = reader_.read_assertions(run, terms);
+      timing_.reading += seconds_since(read_start);
       for (std::size_t k = 0; k < assertions.size(); ++k)
         add_assertion(assertions[k], formulas[k]);
       continue;
     }
-    if (!perform(commands_[i], i, on_query)) break;
+    auto const read_start = Clock::now();
+    bool const reads = commands_[i].head() != "get-interpolants";
+    double const before = timing_.host_terms + timing_.classify;
+    bool const more = perform(commands_[i], i, on_query);
+    if (reads)
+      timing_.reading += seconds_since(read_start) - (timing_.host_terms + timing_.classify - before);
+    if (!more) break;
     ++i;
   }
   timing_.z3 = std::chrono::duration<double>(reader_.parse_time()).count();

@@ -55,6 +55,7 @@ struct Group {
 // Where the time went, in seconds.
 struct Timing {
   double split = 0;       // the text split into commands
+  double reading = 0;     // declarations and terms read, z3's parser included
   double z3 = 0;          // inside z3's parser
   double host_terms = 0;  // z3 terms made host terms
   double classify = 0;    // atoms, clauses and levels on the classifier

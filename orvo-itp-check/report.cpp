@@ -47,8 +47,10 @@ std::string findings(InterpolantReport const& r) {
   Decision const& d = r.implication;
   if (d.outcome == Outcome::fails) {
     std::string values;
-    for (auto const& [name, value] : d.counterexample)
-      values += (values.empty() ? "" : ", ") + name + " = " + value;
+    for (auto const& [name, value] : d.counterexample) {
+      if (!values.empty()) values += ", ";
+      values.append(name).append(" = ").append(value);
+    }
     parts.push_back("implication fails" + (values.empty() ? "" : ": " + shortened(values, 100)));
   } else if (d.outcome != Outcome::holds) {
     parts.push_back(std::string("implication ") + outcome_name(d.outcome) + ": " + d.reason);

@@ -222,6 +222,7 @@ ProblemReport check_problem(std::string const& problem_path, std::string_view pr
     }
     report.queries.push_back(std::move(r));
   });
+  report.timing.playing = script.timing();
   return report;
 }
 

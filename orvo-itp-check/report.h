@@ -14,6 +14,7 @@
 #include "orvo-itp-check/responses.h"
 #include "orvo-itp-check/verdicts.h"
 #include "smtlib/query.h"
+#include "smtlib/script.h"
 
 namespace orvo {
 namespace check {
@@ -55,6 +56,7 @@ struct CheckTiming {
   double vocabulary = 0;  // the cut index and the symbol checks
   double z3 = 0;          // the implications
   std::size_t interpolants = 0;
+  smtlib::Timing playing;  // the script's own playing
 };
 
 struct ProblemReport {

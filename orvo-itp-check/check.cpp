@@ -8,6 +8,7 @@
 #include "orvo-itp-check/responses.h"
 #include "orvo-itp-check/verdicts.h"
 #include "smtlib/names.h"
+#include "smtlib/partition.h"
 #include "smtlib/script.h"
 #include "smtlib/z3_guard.h"
 
@@ -19,15 +20,6 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using smtlib::Query;
 using smtlib::Script;
-
-std::vector<std::string> names_of(std::vector<Symbol const*> const& symbols) {
-  std::vector<std::string> out;
-  out.reserve(symbols.size());
-  for (Symbol const* s : symbols)
-    out.push_back(smtlib::printable_utf8(s->get_name()));
-  std::sort(out.begin(), out.end());
-  return out;
-}
 
 // The logic the script set before command `command`, "" when none.
 std::string logic_at(Script const& script, std::size_t command) {
@@ -71,10 +63,10 @@ class QueryCheck {
         continue;
       }
       Offenders const bad = vocabulary.check(j, itp.symbols);
-      r.A_local = names_of(bad.A_local);
-      r.B_local = names_of(bad.B_local);
-      r.foreign = names_of(bad.foreign);
-      r.symbols = names_of(itp.symbols);
+      r.A_local = smtlib::symbol_names(bad.A_local);
+      r.B_local = smtlib::symbol_names(bad.B_local);
+      r.foreign = smtlib::symbol_names(bad.foreign);
+      r.symbols = smtlib::symbol_names(itp.symbols);
       r.metrics = itp.metrics;
     }
     timing_.vocabulary += smtlib::seconds_since(start);

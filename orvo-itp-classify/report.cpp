@@ -85,15 +85,6 @@ Json document(ProblemReport const& report, Options const& options) {
 
 }  // namespace
 
-std::vector<std::string> names_of(std::vector<Symbol const*> const& symbols) {
-  std::vector<std::string> out;
-  out.reserve(symbols.size());
-  for (Symbol const* s : symbols)
-    out.push_back(smtlib::printable_utf8(s->get_name()));
-  std::sort(out.begin(), out.end());
-  return out;
-}
-
 QueryReport report_query(smtlib::Script const& script, smtlib::Query const& q,
                          std::vector<smtlib::PartitionAnswer> const& answers,
                          std::vector<int> const& held, std::vector<std::string> dumps) {
@@ -111,9 +102,9 @@ QueryReport report_query(smtlib::Script const& script, smtlib::Query const& q,
     p.A = group_names(script, a.A_groups);
     p.A_count = a.A_count;
     p.background = group_names(script, q.background);
-    p.A_symbols = names_of(a.A_symbols);
-    p.B_symbols = names_of(a.B_symbols);
-    p.common = names_of(a.common);
+    p.A_symbols = smtlib::symbol_names(a.A_symbols);
+    p.B_symbols = smtlib::symbol_names(a.B_symbols);
+    p.common = smtlib::symbol_names(a.common);
     p.A_local = a.A_local;
     p.B_local = a.B_local;
     p.atoms = a.atoms;
@@ -142,7 +133,7 @@ void report_groups(smtlib::Script const& script, ProblemReport& report) {
     for (auto const& entry : groups[g].symbols)
       if (!script.environment().term_manager->is_interpreted(entry.first))
         symbols.push_back(entry.first);
-    r.symbols = names_of(symbols);
+    r.symbols = smtlib::symbol_names(symbols);
     report.groups.push_back(std::move(r));
   }
 }

@@ -66,9 +66,6 @@ struct ProblemReport {
   std::size_t partitions = 0;
 };
 
-// The names of `symbols`, sorted by bytes.
-std::vector<std::string> names_of(std::vector<Symbol const*> const& symbols);
-
 // The report of one query from its raw answers (and, with --dump, one dump
 // per partition).
 QueryReport report_query(smtlib::Script const& script, smtlib::Query const& q,

@@ -4,6 +4,7 @@
 #include <unordered_map>
 #include <unordered_set>
 
+#include "smtlib/names.h"
 #include "smtlib/script.h"
 
 namespace orvo {
@@ -80,6 +81,15 @@ void uninterpreted(TermManager const& tm, std::vector<Symbol const*>& symbols) {
 }
 
 }  // namespace
+
+std::vector<std::string> symbol_names(std::vector<Symbol const*> const& symbols) {
+  std::vector<std::string> out;
+  out.reserve(symbols.size());
+  for (Symbol const* s : symbols)
+    out.push_back(printable_utf8(s->get_name()));
+  std::sort(out.begin(), out.end());
+  return out;
+}
 
 std::vector<PartitionAnswer> answer_query(Script const& script, Query const& q,
                                           itp::CutIndex& index, std::vector<int> const& held,

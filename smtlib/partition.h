@@ -5,6 +5,7 @@
 #define ORVO_ITP_SMTLIB_PARTITION_H
 
 #include <cstddef>
+#include <string>
 #include <vector>
 
 #include "classifier/cut_index.h"
@@ -34,6 +35,10 @@ struct AnswerOptions {
   bool symbol_lists = false;   // fill A_symbols and B_symbols, and every A group
   bool atom_statuses = false;  // fill atom_status
 };
+
+// The names of `symbols` as the script declared them, printable, sorted by
+// bytes: how every program lists symbols.
+std::vector<std::string> symbol_names(std::vector<Symbol const*> const& symbols);
 
 // Every partition of `q` (every item but the root), in item order.
 // `held` is script.held_atoms().

@@ -229,27 +229,7 @@ void collect_symbols(SExpr const& e, std::vector<std::string_view>& out) {
 
 std::string flat_text(SExpr const& e) {
   std::string out;
-  // (node, next item) frames of the lists being written, innermost last.
-  std::vector<std::pair<SExpr const*, std::size_t>> open;
-  auto write = [&](SExpr const& n) {
-    if (!out.empty() && out.back() != '(') out += ' ';
-    if (n.is_list()) {
-      out += '(';
-      open.emplace_back(&n, 0);
-    } else {
-      out += n.text;
-    }
-  };
-  write(e);
-  while (!open.empty()) {
-    auto& [list, next] = open.back();
-    if (next == list->items.size()) {
-      out += ')';
-      open.pop_back();
-    } else {
-      write(list->items[next++]);
-    }
-  }
+  write_flat(e, out, [](SExpr const& atom, std::string& to) { to += atom.text; });
   return out;
 }
 

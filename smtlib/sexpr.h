@@ -12,6 +12,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace orvo {
@@ -74,6 +75,33 @@ std::vector<SExpr> read_sexprs(std::string_view text);
 // Every symbol that occurs in `e` (bars removed), each once per occurrence,
 // appended to `out`.
 void collect_symbols(SExpr const& e, std::vector<std::string_view>& out);
+
+// Appends `e` to `out` on one line, atoms and lists joined with single
+// spaces; each atom is written by atom_text(atom, out).
+template <class AtomText>
+void write_flat(SExpr const& e, std::string& out, AtomText atom_text) {
+  // (list, next item) frames of the lists being written, innermost last.
+  std::vector<std::pair<SExpr const*, std::size_t>> open;
+  auto put = [&](SExpr const& n) {
+    if (!out.empty() && out.back() != '(') out += ' ';
+    if (n.is_list()) {
+      out += '(';
+      open.emplace_back(&n, 0);
+    } else {
+      atom_text(n, out);
+    }
+  };
+  put(e);
+  while (!open.empty()) {
+    auto& [list, next] = open.back();
+    if (next == list->items.size()) {
+      out += ')';
+      open.pop_back();
+    } else {
+      put(list->items[next++]);
+    }
+  }
+}
 
 // The node's atoms and lists joined with single spaces: "(and a b)".
 std::string flat_text(SExpr const& e);

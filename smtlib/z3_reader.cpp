@@ -113,30 +113,12 @@ bool Z3Reader::renamed(std::string const& name) const {
 }
 
 void Z3Reader::write(SExpr const& e, std::string& out) const {
-  // (list, next item) frames of the lists being written, innermost last.
-  std::vector<std::pair<SExpr const*, std::size_t>> open;
-  std::string name;
-  auto put = [&](SExpr const& n) {
-    if (!out.empty() && out.back() != '(') out += ' ';
-    if (n.is_list()) {
-      out += '(';
-      open.emplace_back(&n, 0);
-    } else if (n.is_symbol() && renamed(n.value)) {
-      out += z3_symbol(n.value);
-    } else {
-      out += n.text;
-    }
-  };
-  put(e);
-  while (!open.empty()) {
-    auto& [list, next] = open.back();
-    if (next == list->items.size()) {
-      out += ')';
-      open.pop_back();
-    } else {
-      put(list->items[next++]);
-    }
-  }
+  write_flat(e, out, [&](SExpr const& atom, std::string& to) {
+    if (atom.is_symbol() && renamed(atom.value))
+      to += z3_symbol(atom.value);
+    else
+      to += atom.text;
+  });
 }
 
 z3::expr_vector Z3Reader::parse(std::vector<SExpr const*> const& commands,
@@ -315,10 +297,7 @@ void Z3Reader::define_sort(SExpr const& command) {
   if (!command.items[2].is_list())
     throw ScriptError(command.where, "malformed 'define-sort' command");
   declaring_ = {name};
-  struct Clear {
-    std::unordered_set<std::string>& names;
-    ~Clear() { names.clear(); }
-  } clear{declaring_};
+  Declaring const declaring{declaring_};
   if (!command.items[2].items.empty()) {
     parse({&command}, {}, command.where);  // checks it
     std::string text;
@@ -385,16 +364,9 @@ void Z3Reader::declare_fun(SExpr const& command) {
   if (command.items.size() < 2 || !command.items[1].is_symbol())
     throw ScriptError(command.where, "malformed '" + std::string(command.head()) + "' command");
   declaring_ = {command.items[1].value};
-  std::string probe;
-  z3::expr_vector got(ctx_);
-  try {
-    probe = declaration_probe(command);
-    got = parse({&command}, probe, command.where);
-  } catch (...) {
-    declaring_.clear();
-    throw;
-  }
-  declaring_.clear();
+  Declaring const declaring{declaring_};
+  std::string const probe = declaration_probe(command);
+  z3::expr_vector const got = parse({&command}, probe, command.where);
   if (probe.empty() || got.size() != 1)
     throw ScriptError(command.where, "malformed '" + std::string(command.head()) + "' command");
   bind_function(command, got[0]);
@@ -448,6 +420,7 @@ void Z3Reader::define_fun(SExpr const& command) {
     if (!p.is_list() || p.items.size() != 2 || !p.items[0].is_symbol())
       throw ScriptError(p.where, "malformed parameter of 'define-fun'");
   declaring_ = {name};
+  Declaring const declaring{declaring_};
   std::string const f = z3_symbol(name);
   std::string probe;
   if (arity == 0) {
@@ -461,14 +434,7 @@ void Z3Reader::define_fun(SExpr const& command) {
     }
     probe = "(assert (forall " + binders + " (= (" + f + args + ") (" + f + args + "))))";
   }
-  z3::expr_vector got(ctx_);
-  try {
-    got = parse({&command}, probe, command.where);
-  } catch (...) {
-    declaring_.clear();
-    throw;
-  }
-  declaring_.clear();
+  z3::expr_vector const got = parse({&command}, probe, command.where);
   z3::expr const q = got[0];
   z3::expr const body = expand(arity == 0 ? q.arg(0) : q.body().arg(0));
   std::vector<Z3_sort> domain;
@@ -566,13 +532,10 @@ void Z3Reader::declare_datatypes(SExpr const& command) {
     declaring_.insert(members[i].begin(), members[i].end());
   }
   z3::expr_vector got(ctx_);
-  try {
+  {
+    Declaring const declaring{declaring_};
     got = parse({&command}, probe, command.where);
-  } catch (...) {
-    declaring_.clear();
-    throw;
   }
-  declaring_.clear();
   for (std::size_t i = 0; i < names.size(); ++i) {
     std::size_t const index = sorts_.size();
     sorts_.push_back(got[static_cast<int>(i)].arg(0).get_sort());

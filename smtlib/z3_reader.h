@@ -143,6 +143,11 @@ class Z3Reader {
   Table sort_names_;                                          // innermost meaning last
   Table fun_names_;                                           // likewise
   std::unordered_set<std::string> declaring_;  // names the command being read declares
+  // Empties declaring_ when the command has been read, or has failed.
+  struct Declaring {
+    std::unordered_set<std::string>& names;
+    ~Declaring() { names.clear(); }
+  };
   // Names bound per open scope, innermost last: (is a sort name, name).
   std::vector<std::vector<std::pair<bool, std::string>>> scopes_;
   std::chrono::nanoseconds parse_time_{0};

@@ -25,8 +25,10 @@ using smtlib::Script;
 std::string logic_at(Script const& script, std::size_t command) {
   std::string logic;
   for (std::size_t i = 0; i < command; ++i) {
-    smtlib::SExpr const& c = script.commands()[i];
-    if (c.head() == "set-logic" && c.items.size() == 2) logic = c.items[1].value;
+    smtlib::CommandSpan const& span = script.commands()[i];
+    if (span.head != "set-logic") continue;
+    smtlib::SExpr const c = smtlib::read_command(span);
+    if (c.items.size() == 2) logic = c.items[1].value;
   }
   return logic;
 }

@@ -20,11 +20,11 @@ bool takes_response(std::string_view head) {
 
 Responses::Responses(std::string_view text) : items_(smtlib::read_sexprs(text)) {}
 
-std::vector<SExpr const*> Responses::match(std::vector<SExpr> const& commands) const {
+std::vector<SExpr const*> Responses::match(std::vector<smtlib::CommandSpan> const& commands) const {
   std::vector<SExpr const*> out(commands.size(), nullptr);
   std::size_t next = 0;
   for (std::size_t i = 0; i < commands.size(); ++i) {
-    std::string_view const head = commands[i].head();
+    std::string_view const head = commands[i].head;
     if (head == "exit") break;
     if (!takes_response(head)) continue;
     while (next < items_.size() && items_[next].is_symbol("success"))

@@ -31,7 +31,7 @@ class Responses {
 
   // For every command, its response (null when it takes none or the stream
   // ended before its turn).
-  std::vector<smtlib::SExpr const*> match(std::vector<smtlib::SExpr> const& commands) const;
+  std::vector<smtlib::SExpr const*> match(std::vector<smtlib::CommandSpan> const& commands) const;
 
  private:
   std::vector<smtlib::SExpr> items_;

@@ -16,7 +16,7 @@ void sort_unique(std::vector<int>& v) {
 
 std::vector<int> resolve_name(SExpr const& name, QueryContext const& c) {
   if (!name.is_symbol()) throw ScriptError(name.where, "expected an assertion name");
-  auto it = c.names.find(name.value);
+  auto it = c.names.find(std::string(name.value));
   if (it == c.names.end())
     throw ScriptError(name.where,
                       "unknown assertion name " + printable_utf8(written(name.value)) + " in a query");

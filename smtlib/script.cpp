@@ -19,7 +19,7 @@ namespace {
 std::uint64_t count_of(SExpr const& token, char const* what) {
   if (token.kind != SExpr::Kind::numeral)
     throw ScriptError(token.where, std::string(what) + " takes an optional number of levels");
-  std::string const& digits = token.value;
+  std::string const digits(token.value);
   std::size_t i = 0;
   while (i + 1 < digits.size() && digits[i] == '0')
     ++i;
@@ -43,32 +43,37 @@ Script::Script(std::string file, std::ostream& warnings, Unmentioned rule)
 
 void Script::run(std::string_view text, QueryHandler const& on_query) {
   auto const start = Clock::now();
-  commands_ = read_commands(text);
+  spans_ = scan_commands(text);
+  window_.clear();
+  window_start_ = 0;
   timing_.split += seconds_since(start);
+  auto declares = [](std::string_view head) {
+    return head == "declare-fun" || head == "declare-const";
+  };
   // Runs of declarations and runs of assertions go to z3's parser together:
   // its cost per call dominates small commands.
   std::vector<SExpr const*> run;
   std::vector<Assertion> assertions;
   std::vector<SExpr const*> terms;
-  for (std::size_t i = 0; i < commands_.size();) {
-    std::string_view const head = commands_[i].head();
+  std::unordered_set<std::string_view> named;  // names given in the current run
+  for (std::size_t i = 0; i < spans_.size();) {
+    release_before(i);
     run.clear();
-    if (head == "declare-fun" || head == "declare-const") {
-      for (; i < commands_.size() &&
-             (commands_[i].head() == "declare-fun" || commands_[i].head() == "declare-const");
-           ++i)
-        run.push_back(&commands_[i]);
+    if (declares(spans_[i].head)) {
+      for (; i < spans_.size() && declares(spans_[i].head); ++i)
+        run.push_back(&command(i));
       auto const read_start = Clock::now();
       reader_.declare_funs(run);
       timing_.reading += seconds_since(read_start);
       continue;
     }
     assertions.clear();
-    std::unordered_set<std::string> named;  // names given in this run
+    named.clear();
     Assertion a;
-    while (i < commands_.size() && split_assert(commands_[i], a) && !mentions(*a.term, named)) {
+    while (i < spans_.size() && spans_[i].head == "assert" && split_assert(command(i), a) &&
+           !mentions(*a.term, named)) {
       if (a.named) named.insert(a.name);
-      run.push_back(&commands_[i++]);
+      run.push_back(&command(i++));
       assertions.push_back(a);
     }
     if (!assertions.empty()) {
@@ -82,16 +87,36 @@ void Script::run(std::string_view text, QueryHandler const& on_query) {
         add_assertion(assertions[k], formulas[k]);
       continue;
     }
+    SExpr const& c = command(i);
     auto const read_start = Clock::now();
-    bool const reads = commands_[i].head() != "get-interpolants";
+    bool const reads = spans_[i].head != "get-interpolants";
     double const before = timing_.host_terms + timing_.classify;
-    bool const more = perform(commands_[i], i, on_query);
+    bool const more = perform(c, i, on_query);
     if (reads)
       timing_.reading += seconds_since(read_start) - (timing_.host_terms + timing_.classify - before);
     if (!more) break;
     ++i;
   }
+  window_.clear();
   timing_.z3 = std::chrono::duration<double>(reader_.parse_time()).count();
+}
+
+SExpr const& Script::command(std::size_t index) {
+  if (index >= window_start_ + window_.size()) {
+    auto const start = Clock::now();
+    while (index >= window_start_ + window_.size())
+      window_.push_back(read_command(spans_[window_start_ + window_.size()]));
+    timing_.split += seconds_since(start);
+  }
+  return window_[index - window_start_];
+}
+
+void Script::release_before(std::size_t index) {
+  while (!window_.empty() && window_start_ < index) {
+    window_.pop_front();
+    ++window_start_;
+  }
+  if (window_.empty()) window_start_ = index;
 }
 
 bool Script::perform(SExpr const& command, std::size_t index, QueryHandler const& on_query) {
@@ -148,15 +173,12 @@ bool Script::split_assert(SExpr const& command, Assertion& out) {
   return true;
 }
 
-bool Script::mentions(SExpr const& term, std::unordered_set<std::string> const& names) {
+bool Script::mentions(SExpr const& term, std::unordered_set<std::string_view> const& names) {
   if (names.empty()) return false;
   std::vector<std::string_view> symbols;
   collect_symbols(term, symbols);
-  std::string name;
-  for (std::string_view v : symbols) {
-    name.assign(v);
-    if (names.count(name) != 0) return true;
-  }
+  for (std::string_view v : symbols)
+    if (names.count(v) != 0) return true;
   return false;
 }
 
@@ -172,7 +194,7 @@ void Script::add_assertion(Assertion const& a, z3::expr const& formula) {
   timing_.host_terms += seconds_since(start);
   start = Clock::now();
   int const group = classifier_.new_group_index();
-  std::string name = a.named ? a.name : "#" + std::to_string(group);
+  std::string name = a.named ? std::string(a.name) : "#" + std::to_string(group);
   groups_.push_back(Group{name, a.named, a.command->where, formula});
   group_names_.push_back(name);
   names_[name].push_back(group);
@@ -202,7 +224,7 @@ void Script::add_assertion(Assertion const& a, z3::expr const& formula) {
   }
   timing_.classify += seconds_since(start);
   ++timing_.assertions;
-  if (a.named) reader_.name_term(a.name, formula);
+  if (a.named) reader_.name_term(groups_.back().name, formula);
 }
 
 void Script::levels(SExpr const& command, bool push) {

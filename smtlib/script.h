@@ -25,6 +25,7 @@
 #include <z3++.h>
 
 #include <chrono>
+#include <deque>
 #include <functional>
 #include <iosfwd>
 #include <string>
@@ -76,7 +77,10 @@ class Script {
   void run(std::string_view text, QueryHandler const& on_query);
 
   // ---- The script as it stands (during a query: at that command).
-  std::vector<SExpr> const& commands() const noexcept { return commands_; }
+  // Its commands, pointing into the text given to run (which must outlive
+  // their use); a command's tree is built while it is played and dropped
+  // after, so read_command(commands()[i]) builds it again.
+  std::vector<CommandSpan> const& commands() const noexcept { return spans_; }
   std::vector<Group> const& groups() const noexcept { return groups_; }
   bool is_live(int group) const noexcept { return scopes_.is_live(group); }
   std::vector<int> const& live_groups() const noexcept { return scopes_.live(); }
@@ -100,7 +104,7 @@ class Script {
   struct Assertion {
     SExpr const* command = nullptr;
     SExpr const* term = nullptr;
-    std::string name;
+    std::string_view name;
     bool named = false;
   };
 
@@ -109,7 +113,11 @@ class Script {
   // Whether `command` is a well-formed assert; fills `out`.
   static bool split_assert(SExpr const& command, Assertion& out);
   // Whether `term` uses one of `names`.
-  static bool mentions(SExpr const& term, std::unordered_set<std::string> const& names);
+  static bool mentions(SExpr const& term, std::unordered_set<std::string_view> const& names);
+  // Command `index`, built when first asked for; it stays until
+  // release_before moves past it.
+  SExpr const& command(std::size_t index);
+  void release_before(std::size_t index);
   // Opens the assertion's group and registers the atoms and clauses of `formula`.
   void add_assertion(Assertion const& a, z3::expr const& formula);
   void levels(SExpr const& command, bool push);
@@ -123,7 +131,9 @@ class Script {
   Z3Reader reader_;                                          // declarations and terms
   HostTerms terms_;                                          // z3 terms -> host terms
   Scopes scopes_;                                            // levels and live groups
-  std::vector<SExpr> commands_;                              // the script
+  std::vector<CommandSpan> spans_;                           // the script's commands
+  std::deque<SExpr> window_;                                 // commands being played
+  std::size_t window_start_ = 0;                             // index of window_.front()
   std::vector<Group> groups_;                                // by group index
   std::vector<std::string> group_names_;                     // by group index
   std::unordered_map<std::string, std::vector<int>> names_;  // name -> its groups, in order

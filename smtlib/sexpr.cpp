@@ -1,6 +1,7 @@
 #include "smtlib/sexpr.h"
 
 #include <cctype>
+#include <cstdint>
 #include <cstdio>
 
 namespace orvo {
@@ -39,52 +40,102 @@ bool is_symbol_char(char ch) {
 
 class Reader {
  public:
-  explicit Reader(std::string_view text) : text_(text) {}
+  explicit Reader(std::string_view text, Position here = {}) : text_(text), here_(here) {}
 
-  // The top-level elements; with `lists_only`, each must be a list.
-  std::vector<SExpr> elements(bool lists_only) {
+  // The top-level elements, at most `limit` of them; with `lists_only`,
+  // each must be a list. A list's items are collected on one stack and moved
+  // into a vector of exactly their number when the list closes.
+  std::vector<SExpr> elements(bool lists_only, std::size_t limit = SIZE_MAX) {
     std::vector<SExpr> out;
-    // Open lists, innermost last; the element under construction is the
-    // back of the innermost list's items.
-    std::vector<SExpr> open;
-    std::vector<std::size_t> starts;  // byte offset of each open list
-    for (;;) {
+    std::vector<SExpr> pending;  // the finished items of the open lists, outermost first
+    struct Open {
+      std::size_t first;  // its first item in pending
+      std::size_t start;  // byte offset of its '('
+      Position where;
+    };
+    std::vector<Open> open;  // innermost last
+    while (out.size() < limit) {
       skip_blanks();
       if (at_ >= text_.size()) break;
       Position const where = here_;
       char const ch = text_[at_];
       if (ch == '(') {
-        SExpr list;
-        list.where = where;
-        open.push_back(std::move(list));
-        starts.push_back(at_);
+        open.push_back(Open{pending.size(), at_, where});
         advance();
         continue;
       }
       if (ch == ')') {
         if (open.empty()) throw ScriptError(where, "unexpected ')'");
         advance();
-        SExpr done = std::move(open.back());
+        Open const o = open.back();
         open.pop_back();
-        done.text = text_.substr(starts.back(), at_ - starts.back());
-        starts.pop_back();
+        SExpr list;
+        list.where = o.where;
+        list.text = text_.substr(o.start, at_ - o.start);
+        list.items.reserve(pending.size() - o.first);
+        for (std::size_t k = o.first; k < pending.size(); ++k)
+          list.items.push_back(std::move(pending[k]));
+        pending.erase(pending.begin() + static_cast<std::ptrdiff_t>(o.first), pending.end());
         if (open.empty())
-          out.push_back(std::move(done));
+          out.push_back(std::move(list));
         else
-          open.back().items.push_back(std::move(done));
+          pending.push_back(std::move(list));
         continue;
       }
       SExpr atom = read_atom();
       if (!open.empty())
-        open.back().items.push_back(std::move(atom));
+        pending.push_back(std::move(atom));
       else if (!lists_only)
         out.push_back(std::move(atom));
       else
-        throw ScriptError(
-            where, "expected '(' to start a command, found '" + std::string(atom.text) + "'");
+        throw not_a_command(where, atom);
     }
     if (!open.empty())
       throw ScriptError(open.front().where, "unbalanced '(': the command is not closed");
+    return out;
+  }
+
+  // The top-level lists with their heads, checked as elements(true) checks
+  // them, without building a node.
+  std::vector<CommandSpan> scan() {
+    std::vector<CommandSpan> out;
+    std::size_t depth = 0;
+    std::size_t start = 0;
+    bool at_head = false;  // the next element is the current command's first
+    CommandSpan command;
+    for (;;) {
+      skip_blanks();
+      if (at_ >= text_.size()) break;
+      Position const where = here_;
+      char const ch = text_[at_];
+      if (ch == '(') {
+        if (depth == 0) {
+          command = CommandSpan{{}, {}, where};
+          start = at_;
+          at_head = true;
+        } else {
+          at_head = false;
+        }
+        ++depth;
+        advance();
+        continue;
+      }
+      if (ch == ')') {
+        if (depth == 0) throw ScriptError(where, "unexpected ')'");
+        advance();
+        at_head = false;
+        if (--depth == 0) {
+          command.text = text_.substr(start, at_ - start);
+          out.push_back(command);
+        }
+        continue;
+      }
+      SExpr const atom = read_atom();
+      if (depth == 0) throw not_a_command(where, atom);
+      if (at_head && atom.is_symbol()) command.head = atom.value;
+      at_head = false;
+    }
+    if (depth != 0) throw ScriptError(command.where, "unbalanced '(': the command is not closed");
     return out;
   }
 
@@ -135,7 +186,7 @@ class Reader {
         }
         advance();
       }
-      atom.value = std::string(text_.substr(start, at_ - start));
+      atom.value = text_.substr(start, at_ - start);
     } else if (ch == '|') {
       atom.kind = SExpr::Kind::symbol;
       advance();
@@ -144,12 +195,12 @@ class Reader {
         advance();
       }
       if (at_ >= text_.size()) throw ScriptError(atom.where, "unterminated quoted symbol");
-      atom.value = std::string(text_.substr(start + 1, at_ - start - 1));
+      atom.value = text_.substr(start + 1, at_ - start - 1);
       advance();
     } else if (is_symbol_char(ch) || ch == '#') {
       while (at_ < text_.size() && (is_symbol_char(text_[at_]) || text_[at_] == '#'))
         advance();
-      atom.value = std::string(text_.substr(start, at_ - start));
+      atom.value = text_.substr(start, at_ - start);
       atom.kind = classify(atom.value);
     } else if (static_cast<unsigned char>(ch) >= 0x80) {
       throw ScriptError(atom.where,
@@ -164,6 +215,11 @@ class Reader {
     return atom;
   }
 
+  static ScriptError not_a_command(Position where, SExpr const& atom) {
+    return ScriptError(where,
+                       "expected '(' to start a command, found '" + std::string(atom.text) + "'");
+  }
+
   static std::string printable(char ch) {
     unsigned char const u = static_cast<unsigned char>(ch);
     if (u >= 0x20 && u < 0x7f) return std::string(1, ch);
@@ -172,7 +228,7 @@ class Reader {
     return buf;
   }
 
-  static SExpr::Kind classify(std::string const& v) {
+  static SExpr::Kind classify(std::string_view v) {
     if (v[0] == ':') return SExpr::Kind::keyword;
     if (v[0] == '#') return SExpr::Kind::literal;  // #b0101, #x1F
     if (std::isdigit(static_cast<unsigned char>(v[0]))) {
@@ -210,6 +266,15 @@ SExpr::~SExpr() {
 
 std::vector<SExpr> read_commands(std::string_view text) {
   return Reader(text).elements(true);
+}
+
+std::vector<CommandSpan> scan_commands(std::string_view text) {
+  return Reader(text).scan();
+}
+
+SExpr read_command(CommandSpan const& span) {
+  std::vector<SExpr> one = Reader(span.text, span.where).elements(true, 1);
+  return std::move(one.front());
 }
 
 std::vector<SExpr> read_sexprs(std::string_view text) {

@@ -38,7 +38,7 @@ struct SExpr {
   enum class Kind { list, symbol, keyword, numeral, decimal, literal };
   Kind kind = Kind::list;
   std::string_view text;     // the bytes spanned, parentheses included
-  std::string value;         // atoms: a symbol without its |bars|, a keyword with its colon
+  std::string_view value;    // atoms: a symbol without its |bars|, a keyword with its colon
   Position where;            // where the node starts
   std::vector<SExpr> items;  // lists: the elements
 
@@ -56,10 +56,26 @@ struct SExpr {
   bool is_symbol(std::string_view name) const noexcept { return is_symbol() && value == name; }
   // The head symbol of a list, "" for anything else.
   std::string_view head() const noexcept {
-    return is_list() && !items.empty() && items[0].is_symbol() ? std::string_view(items[0].value)
+    return is_list() && !items.empty() && items[0].is_symbol() ? items[0].value
                                                                : std::string_view();
   }
 };
+
+// One top-level command of a script, found without building its tree.
+struct CommandSpan {
+  std::string_view text;  // the bytes of the command, parentheses included
+  std::string_view head;  // its first element when that is a symbol, else ""
+  Position where;         // where the command starts
+};
+
+// The top-level commands of `text`, each a list, with the faults of
+// read_commands thrown at the first of them: the whole text is checked
+// before any command is built, in one pass that allocates nothing per token.
+std::vector<CommandSpan> scan_commands(std::string_view text);
+
+// The tree of one command that scan_commands found (its text must be the
+// one scanned): built on demand, so that a script need not be held as trees.
+SExpr read_command(CommandSpan const& span);
 
 // Splits `text` into its top-level commands, each a list. Throws ScriptError
 // on an unbalanced parenthesis, an unterminated string or quoted symbol, a

@@ -70,19 +70,19 @@ bool quiet_z3 = (z3::set_param("warning", false), true);
 void constructor_names(SExpr const& constructors, std::vector<std::string>& out) {
   for (SExpr const& c : constructors.items) {
     if (c.is_symbol()) {
-      out.push_back(c.value);
-      out.push_back("is-" + c.value);
+      out.emplace_back(c.value);
+      out.push_back("is-" + std::string(c.value));
       continue;
     }
     if (!c.is_list() || c.items.empty() || !c.items[0].is_symbol())
       throw ScriptError(c.where, "malformed datatype constructor");
-    out.push_back(c.items[0].value);
-    out.push_back("is-" + c.items[0].value);
+    out.emplace_back(c.items[0].value);
+    out.push_back("is-" + std::string(c.items[0].value));
     for (std::size_t i = 1; i < c.items.size(); ++i) {
       SExpr const& selector = c.items[i];
       if (!selector.is_list() || selector.items.size() != 2 || !selector.items[0].is_symbol())
         throw ScriptError(selector.where, "malformed datatype selector");
-      out.push_back(selector.items[0].value);
+      out.emplace_back(selector.items[0].value);
     }
   }
 }
@@ -102,14 +102,51 @@ std::string Z3Reader::text_of(z3::expr const& e) {
   return script_text(e.to_string());
 }
 
-Z3Reader::Entry const* Z3Reader::visible(Table const& table, std::string const& name) const {
-  auto it = table.find(name);
-  return it == table.end() || it->second.empty() ? nullptr : &it->second.back();
+Z3Reader::Name* Z3Reader::find(std::string_view name) const {
+  auto const it = ids_.find(name);
+  return it == ids_.end() ? nullptr : it->second;
 }
 
-bool Z3Reader::renamed(std::string const& name) const {
-  return declaring_.count(name) != 0 || visible(fun_names_, name) != nullptr ||
-         visible(sort_names_, name) != nullptr || ends_in_suffix(name);
+Z3Reader::Name& Z3Reader::intern(std::string_view name) {
+  if (Name* n = find(name)) return *n;
+  names_.emplace_back();
+  Name& n = names_.back();
+  n.text.assign(name);
+  ids_.emplace(n.text, &n);
+  return n;
+}
+
+Z3_symbol Z3Reader::symbol_of(Name& name) {
+  if (name.symbol == nullptr)
+    name.symbol = Z3_mk_string_symbol(ctx_, (name.text + std::string(rename_suffix)).c_str());
+  return name.symbol;
+}
+
+bool Z3Reader::mark_declaring(std::string_view name) {
+  Name& n = intern(name);
+  if (n.declaring) return false;
+  n.declaring = true;
+  declaring_.push_back(&n);
+  return true;
+}
+
+void Z3Reader::clear_declaring() {
+  for (Name* n : declaring_)
+    n->declaring = false;
+  declaring_.clear();
+}
+
+Z3Reader::Entry const* Z3Reader::visible(bool sort, std::string_view name) const {
+  Name const* n = find(name);
+  if (n == nullptr) return nullptr;
+  std::vector<Entry> const& stack = sort ? n->sorts : n->funs;
+  return stack.empty() ? nullptr : &stack.back();
+}
+
+bool Z3Reader::renamed(std::string_view name) const {
+  Name const* n = find(name);
+  return (n != nullptr && (n->declaring || !n->funs.empty() || !n->sorts.empty())) ||
+         ends_in_suffix(name);
 }
 
 void Z3Reader::write(SExpr const& e, std::string& out) const {
@@ -135,55 +172,58 @@ z3::expr_vector Z3Reader::parse(std::vector<SExpr const*> const& commands,
 
 z3::expr_vector Z3Reader::parse_text(std::string const& body,
                                      std::vector<std::string_view> const& mentions, Position at) {
-  std::vector<std::string_view> mentioned(mentions);
-  std::sort(mentioned.begin(), mentioned.end());
-  mentioned.erase(std::unique(mentioned.begin(), mentioned.end()), mentioned.end());
+  // Each declared name the text mentions, once, in the order it first occurs.
+  std::uint64_t const parse = ++parses_;
+  std::vector<Name*> mentioned;
+  for (std::string_view m : mentions) {
+    Name* n = find(m);
+    if (n == nullptr || n->met == parse || n->declaring) continue;
+    n->met = parse;
+    mentioned.push_back(n);
+  }
   std::vector<Z3_symbol> sort_symbols, fun_symbols;
   std::vector<Z3_sort> sorts;
   std::vector<Z3_func_decl> funs;
   std::vector<std::size_t> macros;  // sort macros to hand over, with what they use
   std::unordered_set<std::size_t> sort_given;
-  std::vector<std::string> pending(mentioned.begin(), mentioned.end());
-  std::unordered_set<std::string> sort_seen;
   // Sorts first, closing over what the sort macros use.
+  std::vector<Name*> pending(mentioned.rbegin(), mentioned.rend());
   while (!pending.empty()) {
-    std::string const name = std::move(pending.back());
+    Name& name = *pending.back();
     pending.pop_back();
-    if (declaring_.count(name) != 0 || !sort_seen.insert(name).second) continue;
-    Entry const* e = visible(sort_names_, name);
-    if (e == nullptr) continue;
-    if (e->kind == Entry::Kind::sort_macro) {
-      macros.push_back(e->index);
-      for (std::string const& m : sort_macros_[e->index].mentions)
-        pending.push_back(m);
-    } else if (sort_given.insert(e->index).second) {
-      sort_symbols.push_back(Z3_mk_string_symbol(ctx_, (name + std::string(rename_suffix)).c_str()));
-      sorts.push_back(sorts_[e->index]);
+    if (name.declaring || name.sort_met == parse) continue;
+    name.sort_met = parse;
+    if (name.sorts.empty()) continue;
+    Entry const& e = name.sorts.back();
+    if (e.kind == Entry::Kind::sort_macro) {
+      macros.push_back(e.index);
+      for (std::string const& m : sort_macros_[e.index].mentions)
+        if (Name* used = find(m)) pending.push_back(used);
+    } else if (sort_given.insert(e.index).second) {
+      sort_symbols.push_back(symbol_of(name));
+      sorts.push_back(sorts_[e.index]);
     }
   }
-  std::string name;
-  for (std::string_view m : mentioned) {
-    name.assign(m);
-    if (declaring_.count(name) != 0) continue;
-    Entry const* e = visible(fun_names_, name);
-    if (e == nullptr) continue;
-    if (e->kind == Entry::Kind::constructor) {
+  for (Name* n : mentioned) {
+    if (n->funs.empty()) continue;
+    Entry const& e = n->funs.back();
+    if (e.kind == Entry::Kind::constructor) {
       // The datatype's sort brings its constructors, selectors and testers.
-      if (!sort_given.insert(e->index).second) continue;
-      z3::sort const& s = sorts_[e->index];
+      if (!sort_given.insert(e.index).second) continue;
+      z3::sort const& s = sorts_[e.index];
       sort_symbols.push_back(Z3_get_sort_name(ctx_, s));
       sorts.push_back(s);
       continue;
     }
-    Z3_symbol const symbol = Z3_mk_string_symbol(ctx_, (name + std::string(rename_suffix)).c_str());
-    if (e->kind != Entry::Kind::function) {
+    Z3_symbol const symbol = symbol_of(*n);
+    if (e.kind != Entry::Kind::function) {
       fun_symbols.push_back(symbol);
-      funs.push_back(definitions_[e->index].placeholder);
+      funs.push_back(definitions_[e.index].placeholder);
       continue;
     }
     // z3 overloads a function name by its sorts: every declaration of the
     // name down to the nearest definition is visible.
-    std::vector<Entry> const& stack = fun_names_.find(name)->second;
+    std::vector<Entry> const& stack = n->funs;
     for (std::size_t k = stack.size(); k-- > 0 && stack[k].kind == Entry::Kind::function;) {
       z3::func_decl const& d = functions_[stack[k].index];
       bool repeated = false;
@@ -226,16 +266,17 @@ void Z3Reader::check_arity(SExpr const& command, std::size_t min_items,
     throw ScriptError(command.where, "malformed '" + std::string(command.head()) + "' command");
 }
 
-void Z3Reader::bind(Table& table, std::string const& name, Entry entry, SExpr const& at,
+void Z3Reader::bind(bool sort, std::string_view name, Entry entry, SExpr const& at,
                     bool same_meaning) {
-  std::vector<Entry>& stack = table[name];
+  Name& n = intern(name);
+  std::vector<Entry>& stack = meanings(n, sort);
   if (!stack.empty() && stack.back().scope == entry.scope) {
     if (same_meaning) return;  // the same declaration again: nothing new
     throw ScriptError(at.where, "'" + printable_utf8(name) +
                                     "' is already declared in this scope with another meaning");
   }
   stack.push_back(entry);
-  scopes_.back().emplace_back(&table == &sort_names_, name);
+  scopes_.back().emplace_back(sort, &n);
 }
 
 void Z3Reader::set_logic(SExpr const& command) {
@@ -266,45 +307,45 @@ void Z3Reader::set_logic(SExpr const& command) {
 
 void Z3Reader::declare_sort(SExpr const& command) {
   check_arity(command, 2, 3);
-  std::string const& name = command.items[1].value;
+  std::string_view const name = command.items[1].value;
   std::size_t arity = 0;
   if (command.items.size() == 3) {
     SExpr const& n = command.items[2];
     if (n.kind != SExpr::Kind::numeral || n.value.size() > 4)
       throw ScriptError(n.where, "the arity of a sort is a numeral below 10000");
-    arity = std::stoul(n.value);
+    arity = std::stoul(std::string(n.value));
   }
   if (arity > 0) {
     // Handed over as text, like a define-sort with parameters: z3 makes the
     // same sort of every instance, (Pair Int Bool), in every parse.
-    declaring_ = {name};
+    mark_declaring(name);
     std::string text;
     write(command, text);
-    declaring_.clear();
-    bind(sort_names_, name, Entry{Entry::Kind::sort_macro, scopes_.size() - 1, sort_macros_.size()},
+    clear_declaring();
+    bind(true, name, Entry{Entry::Kind::sort_macro, scopes_.size() - 1, sort_macros_.size()},
          command, false);
     sort_macros_.push_back(SortMacro{std::move(text), {}});
     return;
   }
   Entry const entry{Entry::Kind::sort, scopes_.size() - 1, sorts_.size()};
-  sorts_.push_back(ctx_.uninterpreted_sort((name + std::string(rename_suffix)).c_str()));
-  bind(sort_names_, name, entry, command, false);
+  sorts_.push_back(ctx_.uninterpreted_sort((std::string(name) + std::string(rename_suffix)).c_str()));
+  bind(true, name, entry, command, false);
 }
 
 void Z3Reader::define_sort(SExpr const& command) {
   check_arity(command, 4, 4);
-  std::string const& name = command.items[1].value;
+  std::string_view const name = command.items[1].value;
   if (!command.items[2].is_list())
     throw ScriptError(command.where, "malformed 'define-sort' command");
-  declaring_ = {name};
-  Declaring const declaring{declaring_};
+  mark_declaring(name);
+  Declaring const declaring{*this};
   if (!command.items[2].items.empty()) {
     parse({&command}, {}, command.where);  // checks it
     std::string text;
     write(command, text);
     std::vector<std::string_view> uses;
     collect_symbols(command.items[3], uses);
-    bind(sort_names_, name, Entry{Entry::Kind::sort_macro, scopes_.size() - 1, sort_macros_.size()},
+    bind(true, name, Entry{Entry::Kind::sort_macro, scopes_.size() - 1, sort_macros_.size()},
          command, false);
     sort_macros_.push_back(SortMacro{std::move(text), {uses.begin(), uses.end()}});
     return;
@@ -317,7 +358,7 @@ void Z3Reader::define_sort(SExpr const& command) {
                               command.where);
   Entry const entry{Entry::Kind::sort, scopes_.size() - 1, sorts_.size()};
   sorts_.push_back(got[0].arg(0).get_sort());
-  bind(sort_names_, name, entry, command, false);
+  bind(true, name, entry, command, false);
 }
 
 std::string Z3Reader::declaration_probe(SExpr const& command) const {
@@ -340,11 +381,12 @@ std::string Z3Reader::declaration_probe(SExpr const& command) const {
 }
 
 void Z3Reader::bind_function(SExpr const& command, z3::expr const& probe) {
-  std::string const& name = command.items[1].value;
+  std::string_view const name = command.items[1].value;
   z3::expr const e = probe.is_quantifier() ? probe.body().arg(0) : probe.arg(0);
   z3::func_decl const decl = e.decl();
   std::size_t const scope = scopes_.size() - 1;
-  std::vector<Entry>& stack = fun_names_[name];
+  Name& n = intern(name);
+  std::vector<Entry>& stack = n.funs;
   // The same declaration again in one scope adds nothing; another one of
   // the same name overloads it by its sorts, as z3 does.
   for (std::size_t k = stack.size(); k-- > 0 && stack[k].scope == scope;) {
@@ -354,7 +396,7 @@ void Z3Reader::bind_function(SExpr const& command, z3::expr const& probe) {
     if (z3::eq(functions_[stack[k].index], decl)) return;
   }
   stack.push_back(Entry{Entry::Kind::function, scope, functions_.size()});
-  scopes_.back().emplace_back(false, name);
+  scopes_.back().emplace_back(false, &n);
   functions_.push_back(decl);
 }
 
@@ -363,8 +405,8 @@ void Z3Reader::declare_fun(SExpr const& command) {
   // function, so that its declaration can be taken from the term z3 returns.
   if (command.items.size() < 2 || !command.items[1].is_symbol())
     throw ScriptError(command.where, "malformed '" + std::string(command.head()) + "' command");
-  declaring_ = {command.items[1].value};
-  Declaring const declaring{declaring_};
+  mark_declaring(command.items[1].value);
+  Declaring const declaring{*this};
   std::string const probe = declaration_probe(command);
   z3::expr_vector const got = parse({&command}, probe, command.where);
   if (probe.empty() || got.size() != 1)
@@ -383,8 +425,8 @@ void Z3Reader::declare_funs(std::vector<SExpr const*> const& commands) {
   if (commands.empty()) return;
   for (SExpr const* c : commands) {
     if (c->items.size() < 2 || !c->items[1].is_symbol()) return one_by_one();
-    if (!declaring_.insert(c->items[1].value).second) {
-      declaring_.clear();
+    if (!mark_declaring(c->items[1].value)) {
+      clear_declaring();
       return one_by_one();
     }
   }
@@ -392,7 +434,7 @@ void Z3Reader::declare_funs(std::vector<SExpr const*> const& commands) {
   for (SExpr const* c : commands) {
     std::string const probe = declaration_probe(*c);
     if (probe.empty()) {
-      declaring_.clear();
+      clear_declaring();
       return one_by_one();
     }
     probes += probe;
@@ -402,25 +444,25 @@ void Z3Reader::declare_funs(std::vector<SExpr const*> const& commands) {
   try {
     got = parse(commands, probes, commands.front()->where);
   } catch (ScriptError const&) {
-    declaring_.clear();
+    clear_declaring();
     return one_by_one();
   }
-  declaring_.clear();
+  clear_declaring();
   for (std::size_t i = 0; i < commands.size(); ++i)
     bind_function(*commands[i], got[static_cast<int>(i)]);
 }
 
 void Z3Reader::define_fun(SExpr const& command) {
   check_arity(command, 5, 5);
-  std::string const& name = command.items[1].value;
+  std::string_view const name = command.items[1].value;
   SExpr const& params = command.items[2];
   if (!params.is_list()) throw ScriptError(command.where, "malformed 'define-fun' command");
   std::size_t const arity = params.items.size();
   for (SExpr const& p : params.items)
     if (!p.is_list() || p.items.size() != 2 || !p.items[0].is_symbol())
       throw ScriptError(p.where, "malformed parameter of 'define-fun'");
-  declaring_ = {name};
-  Declaring const declaring{declaring_};
+  mark_declaring(name);
+  Declaring const declaring{*this};
   std::string const f = z3_symbol(name);
   std::string probe;
   if (arity == 0) {
@@ -443,7 +485,7 @@ void Z3Reader::define_fun(SExpr const& command) {
   z3::func_decl placeholder(ctx_, Z3_mk_fresh_func_decl(ctx_, "def", static_cast<unsigned>(arity),
                                                         domain.data(), body.get_sort()));
   Entry const entry{Entry::Kind::definition, scopes_.size() - 1, definitions_.size()};
-  bind(fun_names_, name, entry, command, false);
+  bind(false, name, entry, command, false);
   placeholder_of_[placeholder.id()] = definitions_.size();
   definitions_.push_back(Definition{placeholder, body, static_cast<unsigned>(arity)});
 }
@@ -452,9 +494,9 @@ void Z3Reader::name_term(std::string const& name, z3::expr const& term) {
   z3::func_decl placeholder(ctx_, Z3_mk_fresh_func_decl(ctx_, "def", 0, nullptr, term.get_sort()));
   // A name given again replaces the earlier meaning (the query rules allow
   // several assertions with one name), also within one scope.
-  fun_names_[name].push_back(
-      Entry{Entry::Kind::definition, scopes_.size() - 1, definitions_.size()});
-  scopes_.back().emplace_back(false, name);
+  Name& n = intern(name);
+  n.funs.push_back(Entry{Entry::Kind::definition, scopes_.size() - 1, definitions_.size()});
+  scopes_.back().emplace_back(false, &n);
   placeholder_of_[placeholder.id()] = definitions_.size();
   definitions_.push_back(Definition{placeholder, term, 0});
 }
@@ -469,7 +511,7 @@ void Z3Reader::declare_datatypes(SExpr const& command) {
       throw ScriptError(command.where, "datatypes with parameters are not supported");
     if (!command.items[2].is_list())
       throw ScriptError(command.where, "malformed 'declare-datatype' command");
-    names.push_back(command.items[1].value);
+    names.emplace_back(command.items[1].value);
     members.emplace_back();
     constructor_names(command.items[2], members.back());
   } else {
@@ -481,20 +523,20 @@ void Z3Reader::declare_datatypes(SExpr const& command) {
       for (SExpr const& d : bodies.items) {
         if (!d.is_list() || d.items.empty() || !d.items[0].is_symbol())
           throw ScriptError(d.where, "malformed datatype declaration");
-        names.push_back(d.items[0].value);
+        names.emplace_back(d.items[0].value);
         members.emplace_back();
         for (std::size_t i = 1; i < d.items.size(); ++i) {
           SExpr const& c = d.items[i];
           if (c.is_symbol()) {
-            members.back().push_back(c.value);
-            members.back().push_back("is-" + c.value);
+            members.back().emplace_back(c.value);
+            members.back().push_back("is-" + std::string(c.value));
           } else if (c.is_list() && !c.items.empty() && c.items[0].is_symbol()) {
-            members.back().push_back(c.items[0].value);
-            members.back().push_back("is-" + c.items[0].value);
+            members.back().emplace_back(c.items[0].value);
+            members.back().push_back("is-" + std::string(c.items[0].value));
             for (std::size_t k = 1; k < c.items.size(); ++k)
               if (c.items[k].is_list() && !c.items[k].items.empty() &&
                   c.items[k].items[0].is_symbol())
-                members.back().push_back(c.items[k].items[0].value);
+                members.back().emplace_back(c.items[k].items[0].value);
           } else {
             throw ScriptError(c.where, "malformed datatype constructor");
           }
@@ -507,7 +549,7 @@ void Z3Reader::declare_datatypes(SExpr const& command) {
         if (d.items[1].value != "0")
           throw ScriptError(d.where, "datatypes with parameters are not supported ('" +
                                          printable_utf8(d.items[0].value) + "')");
-        names.push_back(d.items[0].value);
+        names.emplace_back(d.items[0].value);
       }
       if (bodies.items.size() != names.size())
         throw ScriptError(command.where, "malformed 'declare-datatypes' command");
@@ -526,23 +568,23 @@ void Z3Reader::declare_datatypes(SExpr const& command) {
     probe.append("(declare-fun ").append(v).append(" () ").append(z3_symbol(names[i]));
     probe.append(")(assert (= ").append(v).append(" ").append(v).append("))");
   }
-  declaring_.clear();
+  clear_declaring();
   for (std::size_t i = 0; i < names.size(); ++i) {
-    declaring_.insert(names[i]);
-    declaring_.insert(members[i].begin(), members[i].end());
+    mark_declaring(names[i]);
+    for (std::string const& m : members[i])
+      mark_declaring(m);
   }
   z3::expr_vector got(ctx_);
   {
-    Declaring const declaring{declaring_};
+    Declaring const declaring{*this};
     got = parse({&command}, probe, command.where);
   }
   for (std::size_t i = 0; i < names.size(); ++i) {
     std::size_t const index = sorts_.size();
     sorts_.push_back(got[static_cast<int>(i)].arg(0).get_sort());
-    bind(sort_names_, names[i], Entry{Entry::Kind::sort, scopes_.size() - 1, index}, command,
-         false);
+    bind(true, names[i], Entry{Entry::Kind::sort, scopes_.size() - 1, index}, command, false);
     for (std::string const& m : members[i])
-      bind(fun_names_, m, Entry{Entry::Kind::constructor, scopes_.size() - 1, index}, command,
+      bind(false, m, Entry{Entry::Kind::constructor, scopes_.size() - 1, index}, command,
            false);
   }
 }
@@ -553,21 +595,15 @@ void Z3Reader::push() {
 
 void Z3Reader::pop() {
   if (scopes_.size() < 2) return;
-  for (auto const& [is_sort, name] : scopes_.back()) {
-    Table& table = is_sort ? sort_names_ : fun_names_;
-    auto it = table.find(name);
-    it->second.pop_back();
-    if (it->second.empty()) table.erase(it);
-  }
+  for (auto const& [is_sort, name] : scopes_.back())
+    meanings(*name, is_sort).pop_back();
   scopes_.pop_back();
 }
 
 bool Z3Reader::mentions_definition(std::vector<std::string_view> const& mentioned,
                                    std::size_t from, std::size_t to) const {
-  std::string name;
   for (std::size_t i = from; i < to; ++i) {
-    name.assign(mentioned[i]);
-    Entry const* entry = visible(fun_names_, name);
+    Entry const* entry = visible(false, mentioned[i]);
     if (entry != nullptr && entry->kind == Entry::Kind::definition) return true;
   }
   return false;

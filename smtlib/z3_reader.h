@@ -24,6 +24,8 @@
 #include <z3++.h>
 
 #include <chrono>
+#include <cstdint>
+#include <deque>
 #include <iosfwd>
 #include <string>
 #include <string_view>
@@ -102,7 +104,27 @@ class Z3Reader {
     std::size_t scope;
     std::size_t index;  // into sorts_, sort_macros_, functions_ or definitions_
   };
-  using Table = std::unordered_map<std::string, std::vector<Entry>>;
+  // Every name the script has declared, once: its meanings as a sort and as
+  // a function (innermost last), and the marks one parse or one declaration
+  // puts on it, so that a command's names are looked up once per occurrence
+  // and never sorted.
+  struct Name {
+    std::string text;
+    std::vector<Entry> sorts;
+    std::vector<Entry> funs;
+    Z3_symbol symbol = nullptr;  // the renamed symbol, made when first handed to z3
+    bool declaring = false;      // the command being read declares it
+    std::uint64_t met = 0;       // the last parse that met it
+    std::uint64_t sort_met = 0;  // the last parse that looked it up as a sort
+  };
+
+  Name* find(std::string_view name) const;
+  Name& intern(std::string_view name);
+  Z3_symbol symbol_of(Name& name);
+  std::vector<Entry>& meanings(Name& name, bool sort) { return sort ? name.sorts : name.funs; }
+  // Marks `name` as declared by the command being read; false when it was already.
+  bool mark_declaring(std::string_view name);
+  void clear_declaring();
 
   // Runs z3's parser on `commands` (each written for z3 in turn, `extra`
   // appended) with what the names mentioned in them mean; returns the
@@ -114,11 +136,11 @@ class Z3Reader {
   // `e` as z3 reads it: every declared name, and every name `declaring`
   // holds, renamed.
   void write(SExpr const& e, std::string& out) const;
-  bool renamed(std::string const& name) const;
-  Entry const* visible(Table const& table, std::string const& name) const;
+  bool renamed(std::string_view name) const;
+  Entry const* visible(bool sort, std::string_view name) const;
   // Makes `name` mean `entry` in the innermost scope; throws when the same
   // scope already gave the name another meaning.
-  void bind(Table& table, std::string const& name, Entry entry, SExpr const& at, bool same_meaning);
+  void bind(bool sort, std::string_view name, Entry entry, SExpr const& at, bool same_meaning);
   // The probe that follows a declaration: an assertion whose term names the
   // new function; empty for a malformed command.
   std::string declaration_probe(SExpr const& command) const;
@@ -140,16 +162,17 @@ class Z3Reader {
   std::vector<z3::func_decl> functions_;                      // every declared function
   std::vector<Definition> definitions_;                       // every definition
   std::unordered_map<unsigned, std::size_t> placeholder_of_;  // placeholder decl id -> definition
-  Table sort_names_;                                          // innermost meaning last
-  Table fun_names_;                                           // likewise
-  std::unordered_set<std::string> declaring_;  // names the command being read declares
-  // Empties declaring_ when the command has been read, or has failed.
+  std::deque<Name> names_;                                    // stable: ids_ points into it
+  std::unordered_map<std::string_view, Name*> ids_;           // text -> its Name
+  std::vector<Name*> declaring_;  // names the command being read declares
+  std::uint64_t parses_ = 0;      // parses so far: the marks of Name
+  // Clears declaring_ when the command has been read, or has failed.
   struct Declaring {
-    std::unordered_set<std::string>& names;
-    ~Declaring() { names.clear(); }
+    Z3Reader& reader;
+    ~Declaring() { reader.clear_declaring(); }
   };
   // Names bound per open scope, innermost last: (is a sort name, name).
-  std::vector<std::vector<std::pair<bool, std::string>>> scopes_;
+  std::vector<std::vector<std::pair<bool, Name*>>> scopes_;
   std::chrono::nanoseconds parse_time_{0};
   std::size_t handed_ = 0;
 };

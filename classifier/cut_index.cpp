@@ -403,17 +403,20 @@ CutIndex::PrefixStatus CutIndex::head_prefix(Symbol const* s) const {
 }
 
 CutIndex::PrefixStatus& CutIndex::memo(Term_ const* t) {
-  auto const id = static_cast<std::size_t>(t->get_id());
-  if (id >= prefix_memo_.size())
-    prefix_memo_.resize(std::max(2 * prefix_memo_.size(), id + 1), PrefixStatus{unknown, 0});
-  return prefix_memo_[id];
+  // Keyed by the terms this index meets, not by term id: an index costs the
+  // terms its queries reach, however many terms the program has made.
+  int& slot = memo_slot_[t];
+  if (slot == 0) {
+    prefix_memo_.push_back(PrefixStatus{unknown, 0});
+    slot = static_cast<int>(prefix_memo_.size());
+  }
+  return prefix_memo_[static_cast<std::size_t>(slot - 1)];
 }
 
 bool CutIndex::seen_before(Term_ const* t) {
-  auto const id = static_cast<std::size_t>(t->get_id());
-  if (id >= seen_.size()) seen_.resize(std::max(2 * seen_.size(), id + 1), 0);
-  if (seen_[id] == walk_) return true;
-  seen_[id] = walk_;
+  std::uint64_t& mark = seen_[t];
+  if (mark == walk_) return true;
+  mark = walk_;
   return false;
 }
 
@@ -455,9 +458,11 @@ CutIndex::PrefixStatus CutIndex::prefix_status(Term_ const* t) {
   } catch (...) {
     // Every entered term is still on the stack: forget that it was entered.
     // A term goes on the stack only after memo() has made its entry.
-    for (Term_ const* u : stack_)
-      if (prefix_memo_[static_cast<std::size_t>(u->get_id())].a_from == entered)
-        prefix_memo_[static_cast<std::size_t>(u->get_id())].a_from = unknown;
+    for (Term_ const* u : stack_) {
+      auto const it = memo_slot_.find(u);  // present: a lookup that cannot allocate
+      PrefixStatus& p = prefix_memo_[static_cast<std::size_t>(it->second - 1)];
+      if (p.a_from == entered) p.a_from = unknown;
+    }
     stack_.clear();
     throw;
   }

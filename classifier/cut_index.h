@@ -242,8 +242,9 @@ class CutIndex {
   Placement symbol_place_;                        // by symbol key
   Placement atom_place_;                          // by atom key
   std::vector<PrefixStatus> head_prefix_;  // by symbol key: the numbers of the symbol as a head
-  std::vector<PrefixStatus> prefix_memo_;  // by term id; a_from < 0: not yet known
-  std::vector<std::uint64_t> seen_;        // by term id: walk that last entered it
+  std::vector<PrefixStatus> prefix_memo_;          // a_from < 0: not yet known
+  hsh::HashMap<Term_ const*, int> memo_slot_;      // term -> 1 + its entry in prefix_memo_
+  hsh::HashMap<Term_ const*, std::uint64_t> seen_;  // term -> the walk that last entered it
   std::uint64_t walk_;                     // number of the current range walk
   std::uint64_t terms_entered_;            // terms_entered()
   std::vector<Term_ const*> stack_;        // scratch stack of every walk

@@ -111,9 +111,10 @@ class TermManager {
   std::size_t num_terms() const noexcept { return terms_.size(); }
 
  private:
-  struct KeyHash {
-    std::size_t operator()(std::vector<void const*> const& key) const noexcept;
-  };
+  static std::uint64_t key_hash(Symbol const* head, Term_ const* const* children,
+                                std::size_t n) noexcept;
+  // Doubles the term index and places every term again.
+  void grow_index();
 
   std::unordered_map<std::string, std::unique_ptr<Type>> types_;
   struct SymbolKey {
@@ -130,7 +131,9 @@ class TermManager {
 
   std::unordered_map<SymbolKey, std::unique_ptr<Symbol>, SymbolKeyHash> symbols_;
   std::vector<Term_*> terms_;  // by id
-  std::unordered_map<std::vector<void const*>, Term_ const*, KeyHash> term_index_;
+  // Every term by its head and children: open addressing with linear
+  // probing, a power of two slots, at most half of them used.
+  std::vector<Term_ const*> index_;
   Type const* bool_type_ = nullptr;
   std::array<Symbol const*, 6> reserved_{};
 };

@@ -53,13 +53,29 @@ std::size_t TermManager::SymbolKeyHash::operator()(SymbolKey const& key) const n
               key.arity);
 }
 
-std::size_t TermManager::KeyHash::operator()(std::vector<void const*> const& key) const noexcept {
-  std::uint64_t h = 0xcbf29ce484222325ULL;
-  for (void const* p : key) {
-    h ^= static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(p));
+std::uint64_t TermManager::key_hash(Symbol const* head, Term_ const* const* children,
+                                    std::size_t n) noexcept {
+  // Children by id, so that the probe order does not depend on addresses.
+  std::uint64_t h = 0xcbf29ce484222325ULL ^ reinterpret_cast<std::uintptr_t>(head);
+  for (std::size_t i = 0; i < n; ++i) {
+    h ^= children[i]->get_id();
     h *= 0x100000001b3ULL;
+    h ^= h >> 29;
   }
-  return static_cast<std::size_t>(h);
+  return h * 0x9e3779b97f4a7c15ULL;
+}
+
+void TermManager::grow_index() {
+  std::vector<Term_ const*> bigger(index_.empty() ? 64 : 2 * index_.size(), nullptr);
+  std::size_t const mask = bigger.size() - 1;
+  for (Term_ const* t : index_) {
+    if (t == nullptr) continue;
+    std::size_t at = key_hash(t->get_symbol(), t->children(), t->get_symbol()->get_arity()) & mask;
+    while (bigger[at] != nullptr)
+      at = (at + 1) & mask;
+    bigger[at] = t;
+  }
+  index_.swap(bigger);
 }
 
 Term_ const* TermManager::make_term(Symbol const* head, std::vector<Term_ const*> const& children) {
@@ -68,15 +84,21 @@ Term_ const* TermManager::make_term(Symbol const* head, std::vector<Term_ const*
     throw std::invalid_argument("make_term: " + head->get_name() + " takes " +
                                 std::to_string(head->get_arity()) + " children, got " +
                                 std::to_string(children.size()));
-  std::vector<void const*> key;
-  key.reserve(children.size() + 1);
-  key.push_back(head);
-  for (Term_ const* c : children) {
+  for (Term_ const* c : children)
     if (c == nullptr) throw std::invalid_argument("make_term: null child of " + head->get_name());
-    key.push_back(c);
+  // Room in the index for one more term (load at most 1/2), then the probe.
+  if (2 * (terms_.size() + 1) > index_.size()) grow_index();
+  std::size_t const mask = index_.size() - 1;
+  std::size_t at = key_hash(head, children.data(), children.size()) & mask;
+  for (; index_[at] != nullptr; at = (at + 1) & mask) {
+    Term_ const* t = index_[at];
+    if (t->get_symbol() != head) continue;
+    Term_ const* const* c = t->children();
+    std::size_t i = 0;
+    while (i < children.size() && c[i] == children[i])
+      ++i;
+    if (i == children.size()) return t;
   }
-  auto found = term_index_.find(key);
-  if (found != term_index_.end()) return found->second;
 
   // Room for one more term before anything else is made; doubling keeps the
   // building of n terms linear.
@@ -89,13 +111,7 @@ Term_ const* TermManager::make_term(Symbol const* head, std::vector<Term_ const*
   for (std::size_t i = 0; i < children.size(); ++i)
     slots[i] = children[i];
   terms_.push_back(t);  // cannot throw: capacity reserved above
-  try {
-    term_index_.emplace(std::move(key), t);
-  } catch (...) {
-    terms_.pop_back();
-    ::operator delete(block);
-    throw;
-  }
+  index_[at] = t;
   return t;
 }
 

@@ -3,6 +3,7 @@
 #include "smtlib/names.h"
 #include "smtlib/z3_walk.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace orvo {
@@ -53,18 +54,67 @@ Symbol const* HostTerms::symbol_of(z3::expr const& e) {
   return it->second;
 }
 
+Symbol const* HostTerms::head_of(z3::context& ctx, Z3_ast a, unsigned n) {
+  Z3_context const c = ctx;
+  if (Z3_get_ast_kind(c, a) == Z3_APP_AST) {
+    Z3_func_decl const d = Z3_get_app_decl(c, Z3_to_app(c, a));
+    std::uint64_t const key = (static_cast<std::uint64_t>(Z3_get_func_decl_id(c, d)) << 32) | n;
+    auto const it = symbols_.find(key);
+    if (it != symbols_.end()) return it->second;
+  }
+  return symbol_of(z3::expr(ctx, a));
+}
+
 Term_ const* HostTerms::convert(z3::expr const& root) {
-  std::vector<Term_ const*> children;
-  post_order(
-      root, [this](z3::expr const& e) { return terms_.count(e.id()) != 0; },
-      [&](z3::expr const& e) {
-        children.clear();
-        for (unsigned i = 0, n = num_children(e); i < n; ++i)
-          children.push_back(terms_.at(child(e, i).id()));
-        terms_.emplace(e.id(), tm_.make_term(symbol_of(e), children));
-        alive_.push_back(e);
-      });
-  return terms_.at(root.id());
+  z3::context& ctx = root.ctx();
+  Z3_context const c = ctx;
+  auto known = [&](Z3_ast a) {
+    unsigned const id = Z3_get_ast_id(c, a);
+    return id < terms_.size() && terms_[id] != nullptr;
+  };
+  auto arity = [&](Z3_ast a) -> unsigned {
+    switch (Z3_get_ast_kind(c, a)) {
+      case Z3_QUANTIFIER_AST:
+        return 1;
+      case Z3_APP_AST:
+        return Z3_get_app_num_args(c, Z3_to_app(c, a));
+      default:
+        return 0;
+    }
+  };
+  auto child_of = [&](Z3_ast a, unsigned i) {
+    return Z3_get_ast_kind(c, a) == Z3_QUANTIFIER_AST ? Z3_get_quantifier_body(c, a)
+                                                      : Z3_get_app_arg(c, Z3_to_app(c, a), i);
+  };
+  // Post-order over the distinct subterms not converted yet. The terms are
+  // borrowed: `root` holds its subterms while the walk runs.
+  stack_.clear();
+  stack_.emplace_back(root, false);
+  while (!stack_.empty()) {
+    Z3_ast const a = stack_.back().first;
+    if (known(a)) {
+      stack_.pop_back();
+      continue;
+    }
+    unsigned const n = arity(a);
+    if (!stack_.back().second && n > 0) {
+      stack_.back().second = true;
+      for (unsigned i = n; i-- > 0;)
+        stack_.emplace_back(child_of(a, i), false);
+      continue;
+    }
+    stack_.pop_back();
+    children_.clear();
+    for (unsigned i = 0; i < n; ++i)
+      children_.push_back(terms_[Z3_get_ast_id(c, child_of(a, i))]);
+    Term_ const* t = tm_.make_term(head_of(ctx, a, n), children_);
+    unsigned const id = Z3_get_ast_id(c, a);
+    if (id >= terms_.size()) terms_.resize(std::max<std::size_t>(id + 1, 2 * terms_.size()), nullptr);
+    terms_[id] = t;
+    alive_.push_back(z3::expr(ctx, a));
+    ++converted_;
+  }
+  return terms_[Z3_get_ast_id(c, root)];
 }
 
 }  // namespace smtlib

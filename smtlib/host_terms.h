@@ -18,6 +18,7 @@
 #include <cstdint>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "host/term.h"
@@ -32,15 +33,21 @@ class HostTerms {
   // The host term of `e`; equal z3 terms give the same host term.
   Term_ const* convert(z3::expr const& e);
   // The number of distinct z3 terms converted so far.
-  std::size_t size() const noexcept { return terms_.size(); }
+  std::size_t size() const noexcept { return converted_; }
 
  private:
   Symbol const* symbol_of(z3::expr const& e);
+  // The head of `a` (an application's with n arguments looked up without
+  // building a handle), made by symbol_of the first time.
+  Symbol const* head_of(z3::context& ctx, Z3_ast a, unsigned n);
   Symbol const* make_symbol(std::string const& name, std::size_t arity, z3::sort const& sort,
                             bool interpreted);
 
   TermManager& tm_;
-  std::unordered_map<unsigned, Term_ const*> terms_;          // z3 ast id -> host term
+  std::vector<Term_ const*> terms_;                           // z3 ast id -> host term, or null
+  std::size_t converted_ = 0;                                 // non-null entries of terms_
+  std::vector<std::pair<Z3_ast, bool>> stack_;                // convert's walk: term, children scheduled
+  std::vector<Term_ const*> children_;                        // convert's scratch
   std::unordered_map<std::uint64_t, Symbol const*> symbols_;  // (decl id, arity) -> symbol
   std::unordered_map<std::string, Symbol const*> binders_;    // quantifiers, bound variables
   std::vector<z3::expr> alive_;             // every converted term: z3 never reuses their ids

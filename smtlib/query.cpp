@@ -20,11 +20,9 @@ std::vector<int> resolve_name(SExpr const& name, QueryContext const& c) {
   if (it == c.names.end())
     throw ScriptError(name.where,
                       "unknown assertion name " + printable_utf8(written(name.value)) + " in a query");
-  std::vector<int> live;
-  for (int g : it->second)
-    if (c.is_live[static_cast<std::size_t>(g)] != 0) live.push_back(g);
-  if (live.empty()) live.push_back(it->second.back());
-  return live;
+  // A name whose assertions were all popped names the last of them (empty).
+  if (it->second.live.empty()) return {it->second.last};
+  return it->second.live;
 }
 
 }  // namespace

@@ -56,9 +56,14 @@ struct Query {
 };
 
 // What the resolution needs of the script.
+struct NamedGroups {
+  std::vector<int> live;  // the live groups asserted under the name, in order
+  int last = -1;          // the last group asserted under it, live or not
+};
+
 struct QueryContext {
-  // name -> the groups asserted under it, in order.
-  std::unordered_map<std::string, std::vector<int>> const& names;
+  // name -> its live groups, in order, and the last group it named.
+  std::unordered_map<std::string, NamedGroups> const& names;
   std::vector<std::string> const& group_names;  // by group
   std::vector<int> const& live;                 // live groups in order
   std::vector<char> const& is_live;             // by group

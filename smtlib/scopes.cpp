@@ -18,6 +18,8 @@ void Scopes::close_real() {
   reader_.pop();
   for (std::size_t i = f.live_mark; i < live_.size(); ++i)
     is_live_[static_cast<std::size_t>(live_[i])] = 0;
+  for (std::size_t i = live_.size(); i-- > f.live_mark;)
+    withdrawn_.push_back(live_[i]);
   live_.resize(f.live_mark);
 }
 
@@ -32,6 +34,7 @@ void Scopes::pop(std::uint64_t n, Position at) {
     throw ScriptError(at, "pop of " + std::to_string(n) + " levels below level 0 (" +
                               std::to_string(depth_) + " open)");
   depth_ -= n;
+  withdrawn_.clear();
   while (n > 0) {
     std::uint64_t const levels = frames_.back().empty_below + 1;
     close_real();

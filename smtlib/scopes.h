@@ -43,6 +43,8 @@ class Scopes {
   }
   // By group index: 1 when live.
   std::vector<char> const& live_flags() const noexcept { return is_live_; }
+  // The groups the last pop withdrew, newest first.
+  std::vector<int> const& withdrawn() const noexcept { return withdrawn_; }
   // Real levels (reader scopes and classifier backtrack points) open now.
   std::size_t real_levels() const noexcept { return frames_.size(); }
 
@@ -60,6 +62,7 @@ class Scopes {
   std::uint64_t depth_ = 0;         // levels, empty ones included
   std::vector<int> live_;           // live groups in order
   std::vector<char> is_live_;       // by group index
+  std::vector<int> withdrawn_;      // by the last pop
 };
 
 }  // namespace smtlib

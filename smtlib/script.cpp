@@ -197,7 +197,9 @@ void Script::add_assertion(Assertion const& a, z3::expr const& formula) {
   std::string name = a.named ? std::string(a.name) : "#" + std::to_string(group);
   groups_.push_back(Group{name, a.named, a.command->where, formula});
   group_names_.push_back(name);
-  names_[name].push_back(group);
+  NamedGroups& named = names_[name];
+  named.live.push_back(group);
+  named.last = group;
   scopes_.add_group(group);
   std::vector<int> variables;
   variables.reserve(host.size());
@@ -240,18 +242,24 @@ void Script::levels(SExpr const& command, bool push) {
     scopes_.push(n);
   } else {
     scopes_.pop(n, command.items.size() == 2 ? command.items[1].where : command.where);
+    // The withdrawn groups are the newest live ones, so each is the last
+    // live group of its name when they are taken newest first.
+    for (int g : scopes_.withdrawn())
+      names_[group_names_[static_cast<std::size_t>(g)]].live.pop_back();
   }
   timing_.classify += seconds_since(start);
 }
 
 std::vector<int> Script::held_atoms() const {
-  std::vector<char> held(env_.num_atoms(), 0);
-  for (int g : scopes_.live())
-    for (int a : classifier_.get_groups()[static_cast<std::size_t>(g)].atoms)
-      held[static_cast<std::size_t>(a)] = 1;
+  // What the live groups hold, not every atom the script ever made: a query
+  // costs its live groups, not the script's history.
   std::vector<int> out;
-  for (std::size_t a = 0; a < held.size(); ++a)
-    if (held[a] != 0) out.push_back(static_cast<int>(a));
+  for (int g : scopes_.live()) {
+    for (int a : classifier_.get_groups()[static_cast<std::size_t>(g)].atoms)
+      out.push_back(a);
+  }
+  std::sort(out.begin(), out.end());
+  out.erase(std::unique(out.begin(), out.end()), out.end());
   return out;
 }
 

@@ -136,7 +136,7 @@ class Script {
   std::size_t window_start_ = 0;                             // index of window_.front()
   std::vector<Group> groups_;                                // by group index
   std::vector<std::string> group_names_;                     // by group index
-  std::unordered_map<std::string, std::vector<int>> names_;  // name -> its groups, in order
+  std::unordered_map<std::string, NamedGroups> names_;       // name -> its groups
   std::vector<z3::expr> atom_exprs_;                         // atom variable -> z3 term
   std::unordered_set<std::string> warned_;                   // commands warned about
   int next_clause_ = 0;                                      // number of the next clause

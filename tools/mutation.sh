@@ -112,7 +112,7 @@ faults = {
         "      if (background[g] == 0) add_gap(k, -1,\n",
     ),
     "cut-memo": (
-        "        prefix_memo_[static_cast<std::size_t>(u->get_id())].a_from = unknown;\n",
+        "      if (p.a_from == entered) p.a_from = unknown;\n",
         "",
     ),
 }

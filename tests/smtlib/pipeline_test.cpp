@@ -90,8 +90,11 @@ TEST(Formula, AtomsClausesAndSharedSubtermsOnce) {
 }
 
 TEST(Query, ItemsSubtreesChildrenAndUnmentioned) {
-  std::unordered_map<std::string, std::vector<int>> names{
-      {"a", {0}}, {"b", {1}}, {"c", {2}}, {"d", {3, 5}}, {"e", {4}}};
+  std::unordered_map<std::string, NamedGroups> names{{"a", {{0}, 0}},
+                                                     {"b", {{1}, 1}},
+                                                     {"c", {{2}, 2}},
+                                                     {"d", {{3, 5}, 5}},
+                                                     {"e", {{}, 4}}};
   std::vector<std::string> group_names{"a", "b", "c", "d", "e", "d", "#6"};
   std::vector<int> live{0, 1, 2, 3, 5, 6};  // e (group 4) was popped
   std::vector<char> is_live{1, 1, 1, 1, 0, 1, 1};

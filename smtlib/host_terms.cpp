@@ -65,6 +65,14 @@ Symbol const* HostTerms::head_of(z3::context& ctx, Z3_ast a, unsigned n) {
   return symbol_of(z3::expr(ctx, a));
 }
 
+void HostTerms::release_since(std::size_t mark) {
+  for (std::size_t k = mark; k < alive_.size(); ++k) {
+    terms_[alive_[k].id()] = nullptr;
+    --converted_;
+  }
+  alive_.erase(alive_.begin() + static_cast<std::ptrdiff_t>(mark), alive_.end());
+}
+
 Term_ const* HostTerms::convert(z3::expr const& root) {
   z3::context& ctx = root.ctx();
   Z3_context const c = ctx;

@@ -32,7 +32,12 @@ class HostTerms {
 
   // The host term of `e`; equal z3 terms give the same host term.
   Term_ const* convert(z3::expr const& e);
-  // The number of distinct z3 terms converted so far.
+  // Where the conversions stand; release_since(mark) forgets the z3 terms
+  // converted after it (their host terms stay: converting them again gives
+  // the same host terms), so that z3 may free them.
+  std::size_t mark() const noexcept { return alive_.size(); }
+  void release_since(std::size_t mark);
+  // The number of distinct z3 terms converted and not released.
   std::size_t size() const noexcept { return converted_; }
 
  private:

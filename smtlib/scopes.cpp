@@ -35,9 +35,11 @@ void Scopes::pop(std::uint64_t n, Position at) {
                               std::to_string(depth_) + " open)");
   depth_ -= n;
   withdrawn_.clear();
+  kept_ = frames_.size();
   while (n > 0) {
     std::uint64_t const levels = frames_.back().empty_below + 1;
     close_real();
+    kept_ = frames_.size();
     if (n < levels) {
       // Part of this push stays open: its innermost remaining level becomes
       // the real one that the next commands fill.

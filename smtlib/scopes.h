@@ -43,6 +43,9 @@ class Scopes {
   }
   // By group index: 1 when live.
   std::vector<char> const& live_flags() const noexcept { return is_live_; }
+  // The real levels the last pop left untouched (those below the first it
+  // closed); a pop that closes part of a push opens one after them.
+  std::size_t kept_levels() const noexcept { return kept_; }
   // The groups the last pop withdrew, newest first.
   std::vector<int> const& withdrawn() const noexcept { return withdrawn_; }
   // Real levels (reader scopes and classifier backtrack points) open now.
@@ -63,6 +66,7 @@ class Scopes {
   std::vector<int> live_;           // live groups in order
   std::vector<char> is_live_;       // by group index
   std::vector<int> withdrawn_;      // by the last pop
+  std::size_t kept_ = 0;            // real levels the last pop left
 };
 
 }  // namespace smtlib

@@ -46,6 +46,8 @@ void Script::run(std::string_view text, QueryHandler const& on_query) {
   spans_ = scan_commands(text);
   window_.clear();
   window_start_ = 0;
+  ahead_.clear();
+  std::size_t no_lookahead_before = 0;  // where the last look-ahead ended
   timing_.split += seconds_since(start);
   auto declares = [](std::string_view head) {
     return head == "declare-fun" || head == "declare-const";
@@ -67,9 +69,18 @@ void Script::run(std::string_view text, QueryHandler const& on_query) {
       timing_.reading += seconds_since(read_start);
       continue;
     }
+    Assertion a;
+    if (!ahead_.empty() && ahead_.front().first == i) {
+      // Read ahead of its turn (below): only its group is made now.
+      split_assert(command(i), a);
+      z3::expr const formula = ahead_.front().second;
+      ahead_.pop_front();
+      add_assertion(a, formula);
+      ++i;
+      continue;
+    }
     assertions.clear();
     named.clear();
-    Assertion a;
     while (i < spans_.size() && spans_[i].head == "assert" && split_assert(command(i), a) &&
            !mentions(*a.term, named)) {
       if (a.named) named.insert(a.name);
@@ -80,9 +91,43 @@ void Script::run(std::string_view text, QueryHandler const& on_query) {
       terms.clear();
       for (Assertion const& x : assertions)
         terms.push_back(x.term);
+      // The assertions of the next levels too, when what their names mean
+      // cannot change before their turn: between them only push, pop (when
+      // no pushed level has declared anything), check-sat and queries, and
+      // no term uses a name given on the way. z3's fixed cost per call is
+      // then paid once for many levels. A rejected look-ahead is not an
+      // error: each assertion is read again in its turn.
+      std::size_t const prefix = run.size();
+      std::vector<std::size_t> later;  // command indices of the assertions read ahead
+      if (i >= no_lookahead_before) {
+        bool const pops_safe = !reader_.has_local_bindings();
+        std::size_t j = i;
+        for (; j < spans_.size() && run.size() < lookahead_limit; ++j) {
+          std::string_view const h = spans_[j].head;
+          if (h == "assert") {
+            if (!split_assert(command(j), a) || mentions(*a.term, named)) break;
+            if (a.named) named.insert(a.name);
+            run.push_back(&command(j));
+            terms.push_back(a.term);
+            later.push_back(j);
+          } else if (!(h == "push" || h == "check-sat" || h == "get-interpolants" ||
+                       (h == "pop" && pops_safe))) {
+            break;
+          }
+        }
+        if (!later.empty()) no_lookahead_before = j;
+      }
       auto const read_start = Clock::now();
-      std::vector<z3::expr> const formulas = reader_.read_assertions(run, terms);
+      std::vector<z3::expr> formulas;
+      if (later.empty() || !reader_.try_read_assertions(run, terms, formulas)) {
+        run.resize(prefix);
+        terms.resize(prefix);
+        formulas = reader_.read_assertions(run, terms);
+        later.clear();
+      }
       timing_.reading += seconds_since(read_start);
+      for (std::size_t k = 0; k < later.size(); ++k)
+        ahead_.emplace_back(later[k], formulas[prefix + k]);
       for (std::size_t k = 0; k < assertions.size(); ++k)
         add_assertion(assertions[k], formulas[k]);
       continue;
@@ -205,8 +250,11 @@ void Script::add_assertion(Assertion const& a, z3::expr const& formula) {
   variables.reserve(host.size());
   for (std::size_t k = 0; k < host.size(); ++k) {
     int const atom = env_.new_atom(host[k]);
-    if (static_cast<std::size_t>(atom) >= atom_exprs_.size())
-      atom_exprs_.resize(static_cast<std::size_t>(atom) + 1, parts.atoms[k]);
+    auto const index = static_cast<std::size_t>(atom);
+    if (index >= atom_exprs_.size())
+      atom_exprs_.resize(index + 1, parts.atoms[k]);
+    else if (static_cast<Z3_ast>(atom_exprs_[index]) == nullptr)  // released by a pop
+      atom_exprs_[index] = parts.atoms[k];
     variables.push_back(atom);
     classifier_.add_atom(atom, group);
   }
@@ -240,14 +288,36 @@ void Script::levels(SExpr const& command, bool push) {
     if (n > (std::uint64_t{1} << 62) - scopes_.depth())
       throw ScriptError(command.items[1].where, "too many levels");
     scopes_.push(n);
+    if (n > 0) marks_.push_back(Mark{terms_.mark(), env_.num_atoms()});
   } else {
     scopes_.pop(n, command.items.size() == 2 ? command.items[1].where : command.where);
+    release_levels();
     // The withdrawn groups are the newest live ones, so each is the last
     // live group of its name when they are taken newest first.
     for (int g : scopes_.withdrawn())
       names_[group_names_[static_cast<std::size_t>(g)]].live.pop_back();
   }
   timing_.classify += seconds_since(start);
+}
+
+void Script::release_levels() {
+  // What the closed levels made z3 hold goes back to it: their assertions,
+  // the z3 terms of their new atoms and what was converted for them. The
+  // host terms, atoms and (empty) groups stay, as the classifier keeps them.
+  z3::expr const none(reader_.context());
+  std::size_t const kept = scopes_.kept_levels();
+  if (kept < marks_.size()) {
+    Mark const m = marks_[kept];
+    terms_.release_since(m.terms);
+    for (std::size_t a = m.atoms; a < atom_exprs_.size(); ++a)
+      atom_exprs_[a] = none;
+    marks_.resize(kept);
+  }
+  for (int g : scopes_.withdrawn())
+    groups_[static_cast<std::size_t>(g)].formula = none;
+  // A pop that closes part of a push leaves a new level open.
+  while (marks_.size() < scopes_.real_levels())
+    marks_.push_back(Mark{terms_.mark(), env_.num_atoms()});
 }
 
 std::vector<int> Script::held_atoms() const {

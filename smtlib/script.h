@@ -81,6 +81,7 @@ class Script {
   // their use); a command's tree is built while it is played and dropped
   // after, so read_command(commands()[i]) builds it again.
   std::vector<CommandSpan> const& commands() const noexcept { return spans_; }
+  // Every group; a popped group's formula is released (a null handle).
   std::vector<Group> const& groups() const noexcept { return groups_; }
   bool is_live(int group) const noexcept { return scopes_.is_live(group); }
   std::vector<int> const& live_groups() const noexcept { return scopes_.live(); }
@@ -121,6 +122,8 @@ class Script {
   // Opens the assertion's group and registers the atoms and clauses of `formula`.
   void add_assertion(Assertion const& a, z3::expr const& formula);
   void levels(SExpr const& command, bool push);
+  // After a pop: releases what the closed levels held of z3.
+  void release_levels();
 
   std::string file_;                                         // as named on the command line
   std::ostream& warnings_;                                   // skipped commands
@@ -134,10 +137,19 @@ class Script {
   std::vector<CommandSpan> spans_;                           // the script's commands
   std::deque<SExpr> window_;                                 // commands being played
   std::size_t window_start_ = 0;                             // index of window_.front()
+  std::deque<std::pair<std::size_t, z3::expr>> ahead_;       // assertions read ahead, by command
+  // Assertions read ahead in one call at most; their commands are held.
+  static constexpr std::size_t lookahead_limit = 1024;
   std::vector<Group> groups_;                                // by group index
   std::vector<std::string> group_names_;                     // by group index
   std::unordered_map<std::string, NamedGroups> names_;       // name -> its groups
-  std::vector<z3::expr> atom_exprs_;                         // atom variable -> z3 term
+  std::vector<z3::expr> atom_exprs_;                         // atom variable -> z3 term (null: popped)
+  // Per open real level: the conversions and atoms made before it opened.
+  struct Mark {
+    std::size_t terms;
+    std::size_t atoms;
+  };
+  std::vector<Mark> marks_;
   std::unordered_set<std::string> warned_;                   // commands warned about
   int next_clause_ = 0;                                      // number of the next clause
   Timing timing_;

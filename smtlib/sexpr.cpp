@@ -252,8 +252,21 @@ class Reader {
 
 }  // namespace
 
+namespace {
+// How deep the destructors below are nested: shallow trees (every real
+// command) are freed by their members' destructors, deep ones by a stack.
+thread_local int destroying = 0;
+constexpr int deepest_recursion = 256;
+}  // namespace
+
 SExpr::~SExpr() {
   if (items.empty()) return;
+  if (destroying < deepest_recursion) {
+    ++destroying;
+    items.clear();
+    --destroying;
+    return;
+  }
   std::vector<SExpr> doomed = std::move(items);
   while (!doomed.empty()) {
     SExpr last = std::move(doomed.back());

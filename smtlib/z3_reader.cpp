@@ -152,7 +152,7 @@ bool Z3Reader::renamed(std::string_view name) const {
 void Z3Reader::write(SExpr const& e, std::string& out) const {
   write_flat(e, out, [&](SExpr const& atom, std::string& to) {
     if (atom.is_symbol() && renamed(atom.value))
-      to += z3_symbol(atom.value);
+      to.append("|").append(atom.value).append(rename_suffix).append("|");
     else
       to += atom.text;
   });
@@ -276,7 +276,7 @@ void Z3Reader::bind(bool sort, std::string_view name, Entry entry, SExpr const& 
                                     "' is already declared in this scope with another meaning");
   }
   stack.push_back(entry);
-  scopes_.back().emplace_back(sort, &n);
+  record(sort, &n);
 }
 
 void Z3Reader::set_logic(SExpr const& command) {
@@ -396,7 +396,7 @@ void Z3Reader::bind_function(SExpr const& command, z3::expr const& probe) {
     if (z3::eq(functions_[stack[k].index], decl)) return;
   }
   stack.push_back(Entry{Entry::Kind::function, scope, functions_.size()});
-  scopes_.back().emplace_back(false, &n);
+  record(false, &n);
   functions_.push_back(decl);
 }
 
@@ -496,7 +496,7 @@ void Z3Reader::name_term(std::string const& name, z3::expr const& term) {
   // several assertions with one name), also within one scope.
   Name& n = intern(name);
   n.funs.push_back(Entry{Entry::Kind::definition, scopes_.size() - 1, definitions_.size()});
-  scopes_.back().emplace_back(false, &n);
+  record(false, &n);
   placeholder_of_[placeholder.id()] = definitions_.size();
   definitions_.push_back(Definition{placeholder, term, 0});
 }
@@ -589,14 +589,30 @@ void Z3Reader::declare_datatypes(SExpr const& command) {
   }
 }
 
+void Z3Reader::record(bool sort, Name* name) {
+  scopes_.back().emplace_back(sort, name);
+  if (scopes_.size() > 1) ++local_bindings_;
+}
+
 void Z3Reader::push() {
   scopes_.emplace_back();
 }
 
 void Z3Reader::pop() {
   if (scopes_.size() < 2) return;
-  for (auto const& [is_sort, name] : scopes_.back())
-    meanings(*name, is_sort).pop_back();
+  for (auto const& [is_sort, name] : scopes_.back()) {
+    std::vector<Entry>& stack = meanings(*name, is_sort);
+    if (stack.back().kind == Entry::Kind::definition) {
+      // Gone with its name: no term read later can hold its placeholder,
+      // and z3 may free the body (a named assertion's whole term).
+      Definition& d = definitions_[stack.back().index];
+      placeholder_of_.erase(d.placeholder.id());
+      d.body = z3::expr(ctx_);
+      d.placeholder = z3::func_decl(ctx_);
+    }
+    stack.pop_back();
+  }
+  local_bindings_ -= scopes_.back().size();
   scopes_.pop_back();
 }
 
@@ -622,6 +638,17 @@ z3::expr Z3Reader::read_term(SExpr const& term, Position at) {
 
 std::vector<z3::expr> Z3Reader::read_assertions(std::vector<SExpr const*> const& commands,
                                                 std::vector<SExpr const*> const& terms) {
+  std::vector<z3::expr> out;
+  if (try_read_assertions(commands, terms, out)) return out;
+  out.clear();
+  for (std::size_t i = 0; i < terms.size(); ++i)  // stops at the assertion z3 rejects
+    out.push_back(read_term(*terms[i], commands[i]->where));
+  return out;
+}
+
+bool Z3Reader::try_read_assertions(std::vector<SExpr const*> const& commands,
+                                   std::vector<SExpr const*> const& terms,
+                                   std::vector<z3::expr>& out) {
   std::string text;
   std::vector<std::string_view> mentioned;
   std::vector<std::size_t> ends;  // where each term's mentions end
@@ -632,22 +659,19 @@ std::vector<z3::expr> Z3Reader::read_assertions(std::vector<SExpr const*> const&
     collect_symbols(*t, mentioned);
     ends.push_back(mentioned.size());
   }
-  std::vector<z3::expr> out;
-  if (terms.empty()) return out;
+  if (terms.empty()) return true;
   z3::expr_vector got(ctx_);
   try {
     got = parse_text(text, mentioned, commands.front()->where);
   } catch (ScriptError const&) {
-    for (std::size_t i = 0; i < terms.size(); ++i)  // stops at the assertion z3 rejects
-      out.push_back(read_term(*terms[i], commands[i]->where));
-    return out;
+    return false;
   }
   for (std::size_t i = 0; i < terms.size(); ++i) {
     z3::expr const e = got[static_cast<int>(i)];
     out.push_back(mentions_definition(mentioned, i == 0 ? 0 : ends[i - 1], ends[i]) ? expand(e)
                                                                                      : e);
   }
-  return out;
+  return true;
 }
 
 z3::expr Z3Reader::expand(z3::expr const& root) {

@@ -72,6 +72,11 @@ class Z3Reader {
   // gives (the caller ends the run there).
   std::vector<z3::expr> read_assertions(std::vector<SExpr const*> const& commands,
                                         std::vector<SExpr const*> const& terms);
+  // The same in one call, or false (nothing read) when z3 rejects the text.
+  bool try_read_assertions(std::vector<SExpr const*> const& commands,
+                           std::vector<SExpr const*> const& terms, std::vector<z3::expr>& out);
+  // Whether a scope opened by push has bound a name (that a pop would unbind).
+  bool has_local_bindings() const noexcept { return local_bindings_ != 0; }
   // A `:named` assertion's name stands for its term in later commands.
   void name_term(std::string const& name, z3::expr const& term);
 
@@ -125,6 +130,8 @@ class Z3Reader {
   // Marks `name` as declared by the command being read; false when it was already.
   bool mark_declaring(std::string_view name);
   void clear_declaring();
+  // Binds `name` in the innermost scope's list, for its pop.
+  void record(bool sort, Name* name);
 
   // Runs z3's parser on `commands` (each written for z3 in turn, `extra`
   // appended) with what the names mentioned in them mean; returns the
@@ -166,6 +173,7 @@ class Z3Reader {
   std::unordered_map<std::string_view, Name*> ids_;           // text -> its Name
   std::vector<Name*> declaring_;  // names the command being read declares
   std::uint64_t parses_ = 0;      // parses so far: the marks of Name
+  std::size_t local_bindings_ = 0;  // bindings in the scopes above the first
   // Clears declaring_ when the command has been read, or has failed.
   struct Declaring {
     Z3Reader& reader;

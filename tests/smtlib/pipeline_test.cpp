@@ -10,6 +10,7 @@
 #include "smtlib/names.h"
 #include "smtlib/query.h"
 #include "smtlib/scopes.h"
+#include "smtlib/script.h"
 #include "smtlib/sexpr.h"
 #include "smtlib/z3_reader.h"
 
@@ -166,6 +167,46 @@ TEST(Scopes, ManyLevelsCostOneAndPopsWithdrawWhatTheyHeld) {
   scopes.pop(1, Position{});
   EXPECT_EQ(scopes.real_levels(), 0u);
   EXPECT_THROW(scopes.pop(1, Position{}), ScriptError);
+}
+
+// Plays `text`; "ok" or the first fault's line:column.
+std::string play(std::string const& text, Script* out = nullptr) {
+  std::ostringstream warnings;
+  Script own("t", warnings);
+  Script& script = out != nullptr ? *out : own;
+  try {
+    script.run(text, nullptr);
+  } catch (ScriptError const& e) {
+    return std::to_string(e.where().line) + ":" + std::to_string(e.where().column);
+  }
+  return "ok";
+}
+
+TEST(Script, AssertionsReadAheadMeanWhatTheyMeanInTheirTurn) {
+  std::string const x = "(declare-fun x () Int)(declare-fun p () Bool)\n";
+  // A level that declared something is popped: what it declared is gone.
+  EXPECT_EQ(play(x + "(push)(declare-fun y () Int)(assert (> y 0))(pop)\n(assert (> y 1))"), "3:1");
+  // A name given on the way is not yet, or no longer, there.
+  EXPECT_EQ(play(x + "(push)(assert (! p :named a))(pop)\n(assert (=> a p))"), "3:1");
+  EXPECT_EQ(play(x + "(assert (! p :named a))(push)(assert (=> a p))(pop)(assert a)"), "ok");
+  // Faults come in the script's order: the pop before the bad term.
+  EXPECT_EQ(play(x + "(assert p)(pop)\n(assert (> z 0))"), "2:11");
+  EXPECT_EQ(play(x + "(assert p)(push)(check-sat)(pop)\n(assert (> z 0))"), "3:1");
+  // Many levels read ahead, then one that is not Boolean.
+  std::string loop = x;
+  for (int t = 0; t < 40; ++t)
+    loop += "(push)(assert (! (> x " + std::to_string(t) + ") :named s))(check-sat)(pop)\n";
+  EXPECT_EQ(play(loop + "(assert x)"), "42:1");
+  // What a pop gives back to z3 is made again when the same atom returns:
+  // the same atom variable, its text readable.
+  std::ostringstream warnings;
+  Script script("t", warnings);
+  EXPECT_EQ(play(loop + "(assert (> x 39))", &script), "ok");
+  std::vector<int> const held = script.held_atoms();
+  ASSERT_EQ(held.size(), 1u);
+  EXPECT_EQ(held[0], 39);
+  EXPECT_EQ(script.atom_text(held[0]), "(> x 39)");
+  EXPECT_EQ(script.environment().num_atoms(), 40u);
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 // reference protocol shared with the host.
 #include <algorithm>
 #include <map>
+#include <type_traits>
 #include <utility>
 
 #include "classifier/atom_classifier.h"
@@ -11,6 +12,11 @@ namespace orvo {
 namespace itp {
 
 AtomClassifier::error::~error() noexcept = default;
+
+// groups_ grows by moving its groups (their tables' nodes stay where they
+// are), not by copying every table of every group.
+static_assert(std::is_nothrow_move_constructible<AtomClassifier::Group>::value,
+              "a group moves without throwing");
 
 AtomClassifier::AtomClassifier() : current_group_(-1), symbols_sets_valid_(false), env_(nullptr) {}
 

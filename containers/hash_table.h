@@ -201,6 +201,20 @@ class Hashtable {
     set_bucket_count(static_cast<std::size_t>(primes[0]));
   }
   Hashtable(Hashtable const& other);
+  // Takes over the other table's nodes and array without touching them, so
+  // that a vector of tables grows by moving; the other table may then only
+  // be destroyed or assigned to.
+  Hashtable(Hashtable&& other) noexcept
+      : pool_(std::move(other.pool_)),
+        buckets_(std::move(other.buckets_)),
+        nbuckets_(other.nbuckets_),
+        summary_at_(other.summary_at_),
+        reciprocal_(other.reciprocal_),
+        size_(other.size_) {
+    other.buckets_.clear();
+    other.nbuckets_ = 0;
+    other.size_ = 0;
+  }
   Hashtable& operator=(Hashtable const& other);
   ~Hashtable() = default;  // the pool returns every chunk, the vector its array
 

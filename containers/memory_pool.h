@@ -85,6 +85,18 @@ class MemoryPool {
   static constexpr std::size_t node_size = N;
 
   MemoryPool() noexcept = default;
+  // Takes over the other pool's chunks and nodes; the other is left empty.
+  MemoryPool(MemoryPool&& other) noexcept
+      : chunk_size_(other.chunk_size_),
+        growth_(other.growth_),
+        max_chunk_size_(other.max_chunk_size_),
+        chunks_(other.chunks_),
+        free_list_(other.free_list_),
+        handed_out_(other.handed_out_) {
+    other.chunks_ = nullptr;
+    other.free_list_ = nullptr;
+    other.handed_out_ = 0;
+  }
   MemoryPool(MemoryPool const&) = delete;
   MemoryPool& operator=(MemoryPool const&) = delete;
   ~MemoryPool() { release_chunks(); }

@@ -118,6 +118,18 @@ TYPED_TEST(PooledTable, GrowthChunksRecyclingCopyAndAssignment) {
   copy = T();
   EXPECT_EQ(copy.bucket_count(), 31u);
   EXPECT_TRUE(copy.begin() == copy.end());
+  // A move takes nodes and array as they are, allocating nothing; the
+  // moved-from table can be assigned again.
+  auto const before = contents(b);
+  calls = malloc_calls();
+  T moved(std::move(b));
+  EXPECT_EQ(malloc_calls(), calls);
+  EXPECT_EQ(contents(moved), before);
+  EXPECT_TRUE(moved.check_invariants());
+  EXPECT_EQ(moved.pool().handed_out(), 16u);
+  b = a;
+  EXPECT_EQ(contents(b), before);
+  static_assert(std::is_nothrow_move_constructible<T>::value, "a vector of tables moves them");
 }
 
 TEST(PooledTableIndex, ReciprocalReductionEqualsDivision) {

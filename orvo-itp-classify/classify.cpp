@@ -109,7 +109,9 @@ ProblemReport classify_problem(std::string const& path, std::string_view text,
   std::size_t const slash = path.find_last_of('/');
   report.file = smtlib::printable_utf8(slash == std::string::npos ? path : path.substr(slash + 1));
   report.background = options.unmentioned == smtlib::Unmentioned::background;
+  auto const setup_start = std::chrono::steady_clock::now();
   auto owned = std::make_unique<Script>(path, warnings, options.unmentioned);
+  report.setup_time = smtlib::seconds_since(setup_start);
   Script& script = *owned;
   script.run(text, [&](Query const& q) {
     auto const start = std::chrono::steady_clock::now();

@@ -131,11 +131,12 @@ int main(int argc, char** argv) {
     if (stats) {
       auto const& t = r.timing;
       double const total = orvo::smtlib::seconds_since(start);
-      double const known = read + t.split + t.reading + t.host_terms + t.classify +
-                           r.queries_time + r.groups_time + r.teardown_time;
+      double const known = read + r.setup_time + t.split + t.reading + t.host_terms +
+                           t.classify + r.queries_time + r.groups_time + r.teardown_time;
       std::ostringstream line;
       line << shown << ": " << t.assertions << " assertions, " << r.partitions << " partitions; "
-           << total * 1e3 << " ms: reading " << read * 1e3 << ", splitting " << t.split * 1e3
+           << total * 1e3 << " ms: reading " << read * 1e3 << ", setup " << r.setup_time * 1e3
+           << ", splitting " << t.split * 1e3
  << ", declarations and terms " << t.reading * 1e3 << " (z3's parser " << t.z3 * 1e3
            << "), host terms " << t.host_terms * 1e3
            << ", classifier " << t.classify * 1e3 << ", queries " << r.queries_time * 1e3

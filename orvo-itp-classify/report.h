@@ -60,6 +60,7 @@ struct ProblemReport {
   std::vector<GroupReport> groups;
   std::vector<QueryReport> queries;
   smtlib::Timing timing;
+  double setup_time = 0;    // seconds making the script (z3's context, the classifier)
   double queries_time = 0;  // seconds answering queries
   double groups_time = 0;   // seconds summarising the groups at the end
   double teardown_time = 0; // seconds releasing the script (z3's context, the classifier)

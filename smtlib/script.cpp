@@ -43,6 +43,28 @@ Script::Script(std::string file, std::ostream& warnings, Unmentioned rule)
 
 void Script::run(std::string_view text, QueryHandler const& on_query) {
   auto const start = Clock::now();
+  // Reading is what the run spends outside the other phases: declarations,
+  // terms (z3's parser included) and the commands' own bookkeeping.
+  Timing const at_start = timing_;
+  auto const finish = [&] {
+    window_.clear();
+    ahead_.clear();
+    timing_.reading = at_start.reading + seconds_since(start) -
+                      (timing_.split - at_start.split) - (timing_.host_terms - at_start.host_terms) -
+                      (timing_.classify - at_start.classify) - (timing_.queries - at_start.queries);
+    timing_.z3 = std::chrono::duration<double>(reader_.parse_time()).count();
+  };
+  try {
+    play(text, on_query);
+  } catch (...) {
+    finish();
+    throw;
+  }
+  finish();
+}
+
+void Script::play(std::string_view text, QueryHandler const& on_query) {
+  auto const start = Clock::now();
   spans_ = scan_commands(text);
   window_.clear();
   window_start_ = 0;
@@ -64,9 +86,7 @@ void Script::run(std::string_view text, QueryHandler const& on_query) {
     if (declares(spans_[i].head)) {
       for (; i < spans_.size() && declares(spans_[i].head); ++i)
         run.push_back(&command(i));
-      auto const read_start = Clock::now();
       reader_.declare_funs(run);
-      timing_.reading += seconds_since(read_start);
       continue;
     }
     Assertion a;
@@ -117,7 +137,6 @@ void Script::run(std::string_view text, QueryHandler const& on_query) {
         }
         if (!later.empty()) no_lookahead_before = j;
       }
-      auto const read_start = Clock::now();
       std::vector<z3::expr> formulas;
       if (later.empty() || !reader_.try_read_assertions(run, terms, formulas)) {
         run.resize(prefix);
@@ -125,25 +144,15 @@ void Script::run(std::string_view text, QueryHandler const& on_query) {
         formulas = reader_.read_assertions(run, terms);
         later.clear();
       }
-      timing_.reading += seconds_since(read_start);
       for (std::size_t k = 0; k < later.size(); ++k)
         ahead_.emplace_back(later[k], formulas[prefix + k]);
       for (std::size_t k = 0; k < assertions.size(); ++k)
         add_assertion(assertions[k], formulas[k]);
       continue;
     }
-    SExpr const& c = command(i);
-    auto const read_start = Clock::now();
-    bool const reads = spans_[i].head != "get-interpolants";
-    double const before = timing_.host_terms + timing_.classify;
-    bool const more = perform(c, i, on_query);
-    if (reads)
-      timing_.reading += seconds_since(read_start) - (timing_.host_terms + timing_.classify - before);
-    if (!more) break;
+    if (!perform(command(i), i, on_query)) break;
     ++i;
   }
-  window_.clear();
-  timing_.z3 = std::chrono::duration<double>(reader_.parse_time()).count();
 }
 
 SExpr const& Script::command(std::size_t index) {
@@ -177,7 +186,9 @@ bool Script::perform(SExpr const& command, std::size_t index, QueryHandler const
     QueryContext const context{names_, group_names_, scopes_.live(), scopes_.live_flags(), rule_};
     Query q = resolve_query(command, context);
     q.command = index;
+    auto const start = Clock::now();
     if (on_query) on_query(q);
+    timing_.queries += seconds_since(start);
   } else if (head == "define-fun") {
     reader_.define_fun(command);
   } else if (head == "declare-sort") {

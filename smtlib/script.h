@@ -56,10 +56,11 @@ struct Group {
 // Where the time went, in seconds.
 struct Timing {
   double split = 0;       // the text split into commands
-  double reading = 0;     // declarations and terms read, z3's parser included
+  double reading = 0;     // declarations, terms (z3's parser included), the commands' upkeep
   double z3 = 0;          // inside z3's parser
   double host_terms = 0;  // z3 terms made host terms
   double classify = 0;    // atoms, clauses and levels on the classifier
+  double queries = 0;     // inside the query handler
   std::size_t assertions = 0;
 };
 
@@ -109,6 +110,7 @@ class Script {
     bool named = false;
   };
 
+  void play(std::string_view text, QueryHandler const& on_query);
   // Runs one command; false after `exit`.
   bool perform(SExpr const& command, std::size_t index, QueryHandler const& on_query);
   // Whether `command` is a well-formed assert; fills `out`.

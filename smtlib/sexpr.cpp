@@ -9,33 +9,32 @@ namespace smtlib {
 
 namespace {
 
-// Characters that may appear in a simple symbol besides letters and digits.
-bool is_symbol_char(char ch) {
-  unsigned char const u = static_cast<unsigned char>(ch);
-  if (u < 0x80 && std::isalnum(u)) return true;
-  switch (ch) {
-    case '~':
-    case '!':
-    case '@':
-    case '$':
-    case '%':
-    case '^':
-    case '&':
-    case '*':
-    case '_':
-    case '-':
-    case '+':
-    case '=':
-    case '<':
-    case '>':
-    case '.':
-    case '?':
-    case '/':
-    case ':':
-      return true;
-    default:
-      return false;
+// What each byte is to the reader, looked up once per byte (the C
+// library's classification would also consult the locale).
+enum : unsigned char { symbol_char = 1, blank_char = 2 };
+
+struct CharTable {
+  unsigned char of[256] = {};
+  constexpr CharTable() {
+    for (int c = '0'; c <= '9'; ++c)
+      of[c] = symbol_char;
+    for (int c = 'a'; c <= 'z'; ++c)
+      of[c] = of[c - 'a' + 'A'] = symbol_char;
+    for (char c : "~!@$%^&*_-+=<>.?/:#")
+      if (c != 0) of[static_cast<unsigned char>(c)] = symbol_char;
+    for (char c : " \t\n\v\f\r")
+      if (c != 0) of[static_cast<unsigned char>(c)] = blank_char;
   }
+};
+constexpr CharTable chars;
+
+// A byte of a simple symbol (letters, digits, the punctuation SMT-LIB
+// allows) or of a #b / #x literal.
+bool is_symbol_char(char ch) {
+  return chars.of[static_cast<unsigned char>(ch)] == symbol_char;
+}
+bool is_blank(char ch) {
+  return chars.of[static_cast<unsigned char>(ch)] == blank_char;
 }
 
 class Reader {
@@ -158,7 +157,7 @@ class Reader {
       if (ch == ';') {
         while (at_ < text_.size() && text_[at_] != '\n' && text_[at_] != '\r')
           advance();
-      } else if (std::isspace(static_cast<unsigned char>(ch))) {
+      } else if (is_blank(ch)) {
         advance();
       } else {
         break;
@@ -197,9 +196,12 @@ class Reader {
       if (at_ >= text_.size()) throw ScriptError(atom.where, "unterminated quoted symbol");
       atom.value = text_.substr(start + 1, at_ - start - 1);
       advance();
-    } else if (is_symbol_char(ch) || ch == '#') {
-      while (at_ < text_.size() && (is_symbol_char(text_[at_]) || text_[at_] == '#'))
-        advance();
+    } else if (is_symbol_char(ch)) {
+      std::size_t end = at_;  // no line ends inside: only the column moves
+      while (end < text_.size() && is_symbol_char(text_[end]))
+        ++end;
+      here_.column += static_cast<int>(end - at_);
+      at_ = end;
       atom.value = text_.substr(start, at_ - start);
       atom.kind = classify(atom.value);
     } else if (static_cast<unsigned char>(ch) >= 0x80) {

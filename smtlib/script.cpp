@@ -262,10 +262,11 @@ void Script::add_assertion(Assertion const& a, z3::expr const& formula) {
   for (std::size_t k = 0; k < host.size(); ++k) {
     int const atom = env_.new_atom(host[k]);
     auto const index = static_cast<std::size_t>(atom);
-    if (index >= atom_exprs_.size())
-      atom_exprs_.resize(index + 1, parts.atoms[k]);
-    else if (static_cast<Z3_ast>(atom_exprs_[index]) == nullptr)  // released by a pop
-      atom_exprs_[index] = parts.atoms[k];
+    if (index >= atom_exprs_.size()) atom_exprs_.resize(index + 1);
+    if (!atom_exprs_[index]) {  // new, or released by a pop
+      atom_exprs_[index].emplace(parts.atoms[k]);
+      filled_atoms_.push_back(atom);
+    }
     variables.push_back(atom);
     classifier_.add_atom(atom, group);
   }
@@ -299,7 +300,7 @@ void Script::levels(SExpr const& command, bool push) {
     if (n > (std::uint64_t{1} << 62) - scopes_.depth())
       throw ScriptError(command.items[1].where, "too many levels");
     scopes_.push(n);
-    if (n > 0) marks_.push_back(Mark{terms_.mark(), env_.num_atoms()});
+    if (n > 0) marks_.push_back(Mark{terms_.mark(), filled_atoms_.size()});
   } else {
     scopes_.pop(n, command.items.size() == 2 ? command.items[1].where : command.where);
     release_levels();
@@ -315,20 +316,25 @@ void Script::release_levels() {
   // What the closed levels made z3 hold goes back to it: their assertions,
   // the z3 terms of their new atoms and what was converted for them. The
   // host terms, atoms and (empty) groups stay, as the classifier keeps them.
-  z3::expr const none(reader_.context());
+  // A released term is replaced by `true`, copied from a named handle:
+  // z3++'s move assignment would keep the old term's reference.
+  z3::expr const none = reader_.context().bool_val(true);
   std::size_t const kept = scopes_.kept_levels();
   if (kept < marks_.size()) {
     Mark const m = marks_[kept];
     terms_.release_since(m.terms);
-    for (std::size_t a = m.atoms; a < atom_exprs_.size(); ++a)
-      atom_exprs_[a] = none;
+    // An atom's term was filled in at the level that first held it since
+    // its last release: no group outside that level holds it.
+    for (std::size_t k = m.filled; k < filled_atoms_.size(); ++k)
+      atom_exprs_[static_cast<std::size_t>(filled_atoms_[k])].reset();
+    filled_atoms_.resize(m.filled);
     marks_.resize(kept);
   }
   for (int g : scopes_.withdrawn())
     groups_[static_cast<std::size_t>(g)].formula = none;
   // A pop that closes part of a push leaves a new level open.
   while (marks_.size() < scopes_.real_levels())
-    marks_.push_back(Mark{terms_.mark(), env_.num_atoms()});
+    marks_.push_back(Mark{terms_.mark(), filled_atoms_.size()});
 }
 
 std::vector<int> Script::held_atoms() const {
@@ -345,7 +351,7 @@ std::vector<int> Script::held_atoms() const {
 }
 
 std::string Script::atom_text(int atom) const {
-  return printable_utf8(Z3Reader::text_of(atom_exprs_[static_cast<std::size_t>(atom)]));
+  return printable_utf8(Z3Reader::text_of(*atom_exprs_[static_cast<std::size_t>(atom)]));
 }
 
 itp::CutIndex Script::cut_index(Query const& q) const {

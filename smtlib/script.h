@@ -26,6 +26,7 @@
 
 #include <chrono>
 #include <deque>
+#include <optional>
 #include <functional>
 #include <iosfwd>
 #include <string>
@@ -82,7 +83,7 @@ class Script {
   // their use); a command's tree is built while it is played and dropped
   // after, so read_command(commands()[i]) builds it again.
   std::vector<CommandSpan> const& commands() const noexcept { return spans_; }
-  // Every group; a popped group's formula is released (a null handle).
+  // Every group; a popped group's formula is released (it reads `true`).
   std::vector<Group> const& groups() const noexcept { return groups_; }
   bool is_live(int group) const noexcept { return scopes_.is_live(group); }
   std::vector<int> const& live_groups() const noexcept { return scopes_.live(); }
@@ -145,11 +146,12 @@ class Script {
   std::vector<Group> groups_;                                // by group index
   std::vector<std::string> group_names_;                     // by group index
   std::unordered_map<std::string, NamedGroups> names_;       // name -> its groups
-  std::vector<z3::expr> atom_exprs_;                         // atom variable -> z3 term (null: popped)
-  // Per open real level: the conversions and atoms made before it opened.
+  std::vector<std::optional<z3::expr>> atom_exprs_;          // atom variable -> z3 term (none: popped)
+  std::vector<int> filled_atoms_;                            // atoms whose term was set, in order
+  // Per open real level: the conversions and filled atoms before it opened.
   struct Mark {
     std::size_t terms;
-    std::size_t atoms;
+    std::size_t filled;
   };
   std::vector<Mark> marks_;
   std::unordered_set<std::string> warned_;                   // commands warned about

@@ -491,14 +491,25 @@ void Z3Reader::define_fun(SExpr const& command) {
 }
 
 void Z3Reader::name_term(std::string const& name, z3::expr const& term) {
-  z3::func_decl placeholder(ctx_, Z3_mk_fresh_func_decl(ctx_, "def", 0, nullptr, term.get_sort()));
+  // A popped name's slot and placeholder of the same sort are used again:
+  // z3 never frees a fresh declaration's name.
+  std::size_t index = definitions_.size();
+  std::vector<std::size_t>& spare = spare_names_[term.get_sort().id()];
+  if (!spare.empty()) {
+    index = spare.back();
+    spare.pop_back();
+    definitions_[index].body = term;
+  } else {
+    z3::func_decl placeholder(ctx_,
+                              Z3_mk_fresh_func_decl(ctx_, "def", 0, nullptr, term.get_sort()));
+    placeholder_of_[placeholder.id()] = index;
+    definitions_.push_back(Definition{placeholder, term, 0});
+  }
   // A name given again replaces the earlier meaning (the query rules allow
   // several assertions with one name), also within one scope.
   Name& n = intern(name);
-  n.funs.push_back(Entry{Entry::Kind::definition, scopes_.size() - 1, definitions_.size()});
+  n.funs.push_back(Entry{Entry::Kind::definition, scopes_.size() - 1, index});
   record(false, &n);
-  placeholder_of_[placeholder.id()] = definitions_.size();
-  definitions_.push_back(Definition{placeholder, term, 0});
 }
 
 void Z3Reader::declare_datatypes(SExpr const& command) {
@@ -604,11 +615,18 @@ void Z3Reader::pop() {
     std::vector<Entry>& stack = meanings(*name, is_sort);
     if (stack.back().kind == Entry::Kind::definition) {
       // Gone with its name: no term read later can hold its placeholder,
-      // and z3 may free the body (a named assertion's whole term).
-      Definition& d = definitions_[stack.back().index];
-      placeholder_of_.erase(d.placeholder.id());
-      d.body = z3::expr(ctx_);
-      d.placeholder = z3::func_decl(ctx_);
+      // and z3 may free the body (a named assertion's whole term). A
+      // constant's slot waits for the next name of its sort.
+      std::size_t const index = stack.back().index;
+      Definition& d = definitions_[index];
+      if (d.arity == 0)
+        spare_names_[d.placeholder.range().id()].push_back(index);
+      else
+        placeholder_of_.erase(d.placeholder.id());
+      // Copied from a named handle: z3++'s move assignment would keep the
+      // old term's reference.
+      z3::expr const released = ctx_.bool_val(true);
+      d.body = released;
     }
     stack.pop_back();
   }
@@ -689,18 +707,20 @@ z3::expr Z3Reader::expand(z3::expr const& root) {
           changed = changed || !z3::eq(now, c);
           args.push_back(now);
         }
-        z3::expr result = e;
+        // A raw result, wrapped once: z3++'s move assignment would drop the
+        // old handle without giving its reference back.
+        Z3_ast result = e;
         auto const def = e.is_app() ? placeholder_of_.find(e.decl().id()) : placeholder_of_.end();
         if (def != placeholder_of_.end()) {
           Definition const& d = definitions_[def->second];
           // Variable i of the body is parameter arity-1-i.
           std::reverse(args.begin(), args.end());
-          result =
-              n == 0 ? d.body : z3::expr(ctx_, Z3_substitute_vars(ctx_, d.body, n, args.data()));
+          result = n == 0 ? static_cast<Z3_ast>(d.body)
+                          : Z3_substitute_vars(ctx_, d.body, n, args.data());
         } else if (changed) {
-          result = z3::expr(ctx_, Z3_update_term(ctx_, e, n, args.data()));
+          result = Z3_update_term(ctx_, e, n, args.data());
         }
-        done.emplace(e.id(), result);
+        done.emplace(e.id(), z3::expr(ctx_, result));
       });
   return done.at(root.id());
 }

@@ -169,6 +169,8 @@ class Z3Reader {
   std::vector<z3::func_decl> functions_;                      // every declared function
   std::vector<Definition> definitions_;                       // every definition
   std::unordered_map<unsigned, std::size_t> placeholder_of_;  // placeholder decl id -> definition
+  // Popped constant definitions by sort id, ready for the next name.
+  std::unordered_map<unsigned, std::vector<std::size_t>> spare_names_;
   std::deque<Name> names_;                                    // stable: ids_ points into it
   std::unordered_map<std::string_view, Name*> ids_;           // text -> its Name
   std::vector<Name*> declaring_;  // names the command being read declares

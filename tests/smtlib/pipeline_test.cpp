@@ -209,4 +209,28 @@ TEST(Script, AssertionsReadAheadMeanWhatTheyMeanInTheirTurn) {
   EXPECT_EQ(script.environment().num_atoms(), 40u);
 }
 
+TEST(Script, APoppedLevelGivesItsTermsBackToZ3) {
+  // Named assertions over new terms in levels that are popped: what z3
+  // holds while the script stands at its end must not grow with the levels
+  // (measured by z3's own count of its allocated bytes).
+  auto held_after = [](int levels) {
+    std::string text = "(declare-fun x () Int)(declare-fun y () Int)\n";
+    for (int t = 0; t < levels; ++t) {
+      text += "(push 1)";
+      for (int k = 0; k < 20; ++k)
+        text += "(assert (! (> (+ x (* " + std::to_string(t) + " y)) " + std::to_string(k) +
+                ") :named s" + std::to_string(k) + "))";
+      text += "(pop 1)\n";
+    }
+    std::ostringstream warnings;
+    Script script("t", warnings);
+    EXPECT_EQ(play(text, &script), "ok");
+    EXPECT_EQ(script.host_terms().size(), 0u);  // every conversion was released
+    return Z3_get_estimated_alloc_size();
+  };
+  std::uint64_t const few = held_after(100);
+  std::uint64_t const many = held_after(500);
+  EXPECT_LT(many, few + 200 * 1024) << "z3 bytes after 100 levels " << few << ", after 500 " << many;
+}
+
 }  // namespace

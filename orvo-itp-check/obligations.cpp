@@ -93,15 +93,10 @@ std::vector<Interpolant> read_interpolants(smtlib::Script& script,
       if (Z3_get_error_code(ctx) != Z3_OK) Z3_set_error(ctx, Z3_OK);
     }
   }
-  for (Interpolant& itp : out) {
-    if (!itp.readable) continue;
-    if (!itp.formula.is_bool()) {
-      itp.readable = false;
-      itp.reason = "not a Boolean term";
-      continue;
-    }
-    describe(script.host_terms(), itp);
-  }
+  // z3 reads only Boolean assertions: a term of another sort is unreadable
+  // by z3's own message (unreadable_reason).
+  for (Interpolant& itp : out)
+    if (itp.readable) describe(script.host_terms(), itp);
   return out;
 }
 

@@ -1,25 +1,41 @@
 #!/usr/bin/env bash
-# Mutation testing: plants known faults in the library one at a time, in a
-# scratch copy of the working tree, and checks that the test suite notices.
-# A mutant is KILLED when a test that passes on the unmutated tree fails on
-# it (an assertion, a crash or a timeout), or when it does not compile;
-# SURVIVED otherwise.
+# Mutation testing: plants known faults in the library, the SMT-LIB pipeline
+# and the checker one at a time, in a scratch copy of the working tree, and
+# checks that the test suite notices. A mutant is KILLED when a test that
+# passes on the unmutated tree fails on it (an assertion, a crash or a
+# timeout), or when the build fails; SURVIVED otherwise.
 #
 #   tools/mutation.sh                   every mutant
 #   tools/mutation.sh growth clear      only the named mutants
 #   ORVO_ITP_MUTATION_KEEP=1            keep the scratch copy (path is printed)
 #   ORVO_ITP_MUTATION_TIMEOUT=600       seconds allowed for one test
+#   ORVO_ITP_MUTATION_MEMORY_MB=4096    address space allowed for one test
+#
+# The scratch copy is built once (the `default` preset without debug info,
+# benchmarks, examples or packaging; z3 is needed for the pipeline's and the
+# programs' tests); each mutant then rebuilds only what its file reaches, and
+# the file is put back before the next one. ccache, when installed, makes the
+# rebuilds after a restore cache hits. Only the two test executables run, one
+# process per test, two at a time, each under the time and memory limits (a
+# mutant that allocates without end fails fast instead of taking the
+# machine's memory): the slowest test first, beside it the others fastest
+# first (as timed on the unmutated tree), and a mutant's run stops at its
+# first failing test.
 #
 # Each fault is an exact text replacement; a pattern that does not occur
 # exactly once stops the script, so the mutants cannot silently go stale
-# when the library changes. To add one: a line in `mutants` (name, file,
-# what it breaks) and its (pattern, replacement) pair under the same name in
-# `faults`; any file of the tree may be mutated, since the whole suite runs. Exit status: 0 when every mutant was killed,
-# 1 when one survived, 2 on a setup error.
+# when the code changes. To add one: a line in `mutants` (name, file, what it
+# breaks) and its (pattern, replacement) pair under the same name in
+# `faults`; any file of the tree may be mutated, since the whole suite runs.
+# Mutants of one file stay together in `mutants`: a header's mutants then
+# share its rebuilds. Exit status: 0 when every mutant was killed, 1 when
+# one survived, 2 on a setup error.
 set -euo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 timeout_s=${ORVO_ITP_MUTATION_TIMEOUT:-600}
+memory_kb=$((${ORVO_ITP_MUTATION_MEMORY_MB:-4096} * 1024))
+start_time=$SECONDS
 work=$(mktemp -d "${TMPDIR:-/tmp}/orvo-mutation.XXXXXX")
 if [ -z "${ORVO_ITP_MUTATION_KEEP:-}" ]; then trap 'rm -rf "$work"' EXIT; fi
 
@@ -31,11 +47,11 @@ cd "$work"
 mutants=(
   "growth|containers/hash_table.h|growth test counts one element more than stored"
   "rehash-append|containers/hash_table.h|rehash appends moved nodes at the chain's end"
-  "valid-flag|classifier/clauses.cpp|add_clause leaves symbols_sets_valid_ set"
-  "release-flags|host/clause.h|clause release drops the two flag bits"
-  "pop-clause|classifier/backtracking.cpp|pop passes over clause cells"
   "clear|containers/hash_table.h|clear unlinks the chains without freeing their nodes"
   "unlink-leak|containers/hash_table.h|erase unlinks a node without returning it to the pool"
+  "release-flags|host/clause.h|clause release drops the two flag bits"
+  "valid-flag|classifier/clauses.cpp|add_clause leaves symbols_sets_valid_ set"
+  "pop-clause|classifier/backtracking.cpp|pop passes over clause cells"
   "same-groups|classifier/atoms.cpp|a level does not record add_atom_to_same_groups"
   "light-gc|classifier/garbage_collection.cpp|a light collection also frees clauses"
   "gc-trail|classifier/garbage_collection.cpp|a full collection leaves cells of freed clauses"
@@ -44,6 +60,11 @@ mutants=(
   "cut-range|classifier/cut_index.cpp|a range cut leaves out its last position from A"
   "cut-background|classifier/cut_index.cpp|a background group is taken as A only, never B"
   "cut-memo|classifier/cut_index.cpp|a failed prefix walk leaves its entered marks in the memo"
+  "or-clause|smtlib/formula.cpp|an or with a disjunct that is no literal is a clause of the others"
+  "pop-keeps|smtlib/scopes.cpp|a pop leaves the level's declarations in scope"
+  "subtree-first|smtlib/query.cpp|a nested subtree starts one item after its first"
+  "child-left-out|orvo-itp-check/check.cpp|the first of several children is no premise of the step"
+  "A-local|orvo-itp-check/obligations.cpp|a symbol of A only is accepted in an interpolant"
 )
 
 # Applies mutant $1 to file $2 with an exact, unique replacement.
@@ -115,6 +136,27 @@ faults = {
         "      if (p.a_from == entered) p.a_from = unknown;\n",
         "",
     ),
+    "or-clause": (
+        "is_clause = literal(e.arg(i), clause);",
+        "literal(e.arg(i), clause);",
+    ),
+    "pop-keeps": (
+        "  reader_.pop();\n",
+        "",
+    ),
+    "subtree-first": (
+        "stack.push_back(Frame{&e, 0, q.items.size()});",
+        "stack.push_back(Frame{&e, 0, q.items.size() + 1});",
+    ),
+    "child-left-out": (
+        "    for (std::size_t c : q_.items[j].children) {\n",
+        "    for (std::size_t c : q_.items[j].children) {\n"
+        "      if (c == q_.items[j].children.front() && q_.items[j].children.size() > 1) continue;\n",
+    ),
+    "A-local": (
+        "    if (in_A.count(s) != 0)\n      out.A_local.push_back(s);\n",
+        "    if (in_A.count(s) != 0)\n      continue;\n",
+    ),
 }
 old, new = faults[name]
 text = open(path).read()
@@ -143,24 +185,88 @@ for m in "${mutants[@]}"; do
 done
 
 build=$work/build/mutation
+launcher=()
+if command -v ccache >/dev/null; then
+  export CCACHE_DIR=$work/ccache
+  launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+fi
 echo "== building the unmutated suite in $work"
-cmake --preset default -B "$build" -DORVO_ITP_BUILD_BENCH=OFF -DORVO_ITP_BUILD_EXAMPLES=OFF \
-  -DORVO_ITP_INSTALL=OFF >/dev/null
-cmake --build "$build" -j2 --target orvo_itp_tests >"$work/build.log" 2>&1 ||
+cmake --preset default -B "$build" -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O2 -DNDEBUG" \
+  -DORVO_ITP_BUILD_BENCH=OFF -DORVO_ITP_BUILD_EXAMPLES=OFF -DORVO_ITP_BUILD_CLASSIFY=ON \
+  -DORVO_ITP_INSTALL=OFF "${launcher[@]}" >"$work/configure.log" 2>&1 ||
+  { tail -n 20 "$work/configure.log"; echo "cannot configure the scratch copy (z3 and nlohmann-json are needed)" >&2; exit 2; }
+targets=(orvo_itp_tests orvo_itp_program_tests)
+build_suite() { cmake --build "$build" -j2 --target "${targets[@]}" >"$1" 2>&1; }
+build_suite "$work/build.log" ||
   { tail -n 40 "$work/build.log"; echo "the unmutated tree does not build" >&2; exit 2; }
 
-# Runs the suite, one process per test (a crash fails only its own test), and
-# prints the names of the tests that failed, crashed or timed out.
-failing_tests() {
-  (cd "$build" && ctest -j2 --timeout "$timeout_s" >"$1" 2>&1) || true
-  sed -n '/The following tests FAILED/,$p' "$1" | { grep -E '^[[:space:]]+[0-9]+ - ' || true; } |
-    sed -E 's/^[[:space:]]+[0-9]+ - //; s/ \([^)]*\)$//; s/[[:space:]]+# TypeParam.*//' | sort -u
+# Every test of both executables, as "executable<TAB>Suite.Name".
+all_tests=()
+for exe in "$build/tests/orvo_itp_tests" "$build/tests/orvo_itp_program_tests"; do
+  while IFS= read -r name; do all_tests+=("$exe"$'\t'"$name"); done < <(
+    "$exe" --gtest_list_tests | sed 's/ *#.*//' |
+      awk '/^[^ ]/ { suite = $1; next } { sub(/^ +/, ""); print suite $0 }')
+done
+
+# Runs the tests given as arguments, two at a time, each in its own process
+# under the time limit, its output in $log_dir/N.log. Writes the names of
+# the tests that failed, crashed or timed out to $log_dir/failed; with
+# stop=1 it ends at the first of them, stopping the tests still running.
+# Fills `seconds` (test -> its time) for the tests that ran to their end.
+declare -A seconds=()
+run_tests() {
+  local stop=$1 log_dir=$2
+  shift 2
+  local -a tests=("$@") failures=()
+  local -A running=() started=()
+  local i=0 pid status t
+  mkdir -p "$log_dir"
+  while :; do
+    if [ "$i" -lt "${#tests[@]}" ] && [ "${#running[@]}" -lt 2 ] &&
+      { [ "$stop" = 0 ] || [ "${#failures[@]}" -eq 0 ]; }; then
+      t=${tests[i]}
+      (ulimit -v "$memory_kb" && exec timeout "$timeout_s" "${t%%$'\t'*}" --gtest_filter="${t#*$'\t'}") \
+        >"$log_dir/$i.log" 2>&1 &
+      running[$!]=$t
+      started[$!]=$EPOCHREALTIME
+      i=$((i + 1))
+      continue
+    fi
+    [ "${#running[@]}" -eq 0 ] && break
+    status=0
+    wait -n -p pid "${!running[@]}" || status=$?
+    t=${running[$pid]}
+    unset "running[$pid]"
+    seconds[$t]=$(awk -v a="${started[$pid]}" -v b="$EPOCHREALTIME" 'BEGIN { print b - a }')
+    if [ "$status" -ne 0 ]; then
+      failures+=("${t#*$'\t'}")
+      if [ "$stop" = 1 ]; then
+        for pid in "${!running[@]}"; do kill "$pid" 2>/dev/null || true; done
+        wait "${!running[@]}" 2>/dev/null || true
+        running=()
+      fi
+    fi
+  done
+  : >"$log_dir/failed"
+  [ "${#failures[@]}" -eq 0 ] || printf '%s\n' "${failures[@]}" | sort -u >"$log_dir/failed"
 }
-baseline=$(failing_tests "$work/baseline.log")
+
+run_tests 0 "$work/baseline" "${all_tests[@]}"
+if [ "${#all_tests[@]}" -eq 0 ] || { grep -L 'Running 1 test from' "$work"/baseline/*.log | grep -q .; }; then
+  echo "the test list does not name one test per process: see $work/baseline" >&2
+  exit 2
+fi
+baseline=$(cat "$work/baseline/failed")
 if [ -n "$baseline" ]; then
   echo "note: these tests already fail on the unmutated tree and cannot kill a mutant:" >&2
   echo "$baseline" | while read -r t; do echo "  $t"; done >&2
 fi
+# The tests that can kill a mutant: the slowest, then the others fastest first.
+mapfile -t suite < <(for t in "${all_tests[@]}"; do
+  grep -qxF -- "${t#*$'\t'}" <<<"$baseline" || printf '%s\t%s\n' "${seconds[$t]}" "$t"
+done | sort -t $'\t' -k1,1 -g | cut -f2-)
+if [ "${#suite[@]}" -gt 1 ]; then suite=("${suite[-1]}" "${suite[@]:0:${#suite[@]}-1}"); fi
+echo "== ${#suite[@]} tests, $(printf '%s\n' "${seconds[@]}" | awk '{ s += $1 } END { printf "%.0f", s }') s of test time on the unmutated tree"
 
 total=0
 killed=0
@@ -173,16 +279,18 @@ for m in "${mutants[@]}"; do
   verdict=SURVIVED
   detail=""
   log=$work/$name.log
-  if ! cmake --build "$build" -j2 --target orvo_itp_tests >"$log" 2>&1; then
+  if ! build_suite "$log"; then
     verdict=KILLED
-    detail="(does not compile)"
+    detail="(the build fails)"
   else
-    new_failures=$(comm -23 <(failing_tests "$log") <(echo "$baseline") | grep . || true)
+    run_tests 1 "$work/$name" "${suite[@]}"
+    new_failures=$(cat "$work/$name/failed")
     if [ -n "$new_failures" ]; then
       verdict=KILLED
-      detail="by $(echo "$new_failures" | wc -l) test(s): $(echo "$new_failures" | paste -sd ' ')"
+      detail="by $(echo "$new_failures" | paste -sd ' ')"
     fi
   fi
+  # Back as it was; newer than every object built from the mutant.
   mv "$file.orig" "$file"
   touch "$file"
   [ "$verdict" = KILLED ] && killed=$((killed + 1))
@@ -190,5 +298,6 @@ for m in "${mutants[@]}"; do
 done
 
 [ -n "${ORVO_ITP_MUTATION_KEEP:-}" ] && echo "scratch copy kept: $work"
+echo "wall time: $((SECONDS - start_time)) s"
 echo "mutation: $killed of $total mutants killed"
 [ "$killed" -eq "$total" ]

@@ -6,14 +6,17 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "orvo-itp-check/check.h"
 #include "orvo-itp-check/obligations.h"
+#include "programs/program.h"
 #include "smtlib/script.h"
 
 namespace {
@@ -61,11 +64,21 @@ Json comparable(Json doc) {
   return doc;
 }
 
+// The exit status a pair's expected document implies.
+int status_of(Json const& doc) {
+  if (doc.contains("error")) return 1;
+  auto const& s = doc["summary"];
+  bool const count = doc.dump().find("\"count\"") != std::string::npos;
+  return s["invalid"] > 0 || s["unreadable"] > 0 || count ? 2
+         : s["unknown"] > 0 || s["unanswered"] > 0        ? 3
+                                                          : 0;
+}
+
 // Every pair under `dir`: the document and the exit status it implies.
 void check_pairs(fs::path const& dir) {
   std::size_t pairs = 0;
   for (auto const& entry : fs::recursive_directory_iterator(dir)) {
-    fs::path const p = entry.path();
+    fs::path const& p = entry.path();
     if (p.extension() != ".smt2") continue;
     fs::path const rel = fs::relative(p, dir / "problems").replace_extension();
     bool const shared = fs::exists(dir / "problems");
@@ -85,12 +98,7 @@ void check_pairs(fs::path const& dir) {
     std::ostringstream out;
     orvo::check::write_json(out, {{&r, "p.smt2", "p.out", {}}});
     EXPECT_EQ(comparable(Json::parse(out.str())), comparable(expected));
-    auto const& s = expected["summary"];
-    bool const count = out.str().find("\"count\"") != std::string::npos;
-    int const status = s["invalid"] > 0 || s["unreadable"] > 0 || count ? 2
-                       : s["unknown"] > 0 || s["unanswered"] > 0        ? 3
-                                                                        : 0;
-    EXPECT_EQ(orvo::check::exit_status(r), status);
+    EXPECT_EQ(orvo::check::exit_status(r), status_of(expected));
   }
   EXPECT_GT(pairs, 0u);
 }
@@ -195,6 +203,141 @@ TEST(CheckEmit, ObligationsRecheckedByAFreshZ3) {
     }
   EXPECT_EQ(compared, 10u);
   EXPECT_TRUE(fs::exists(dir / "steps-q5-root.smt2"));
+  fs::remove_all(dir);
+}
+
+}  // namespace
+
+namespace {
+
+ProgramRun check_program(std::string const& args) {
+  return run_program(ORVO_ITP_CHECK, args);
+}
+
+// The program on its own pairs, with their flags: the documents, and a text
+// report that says what the document says, line for line.
+TEST(CheckProgram, OwnPairsAsTextAndJson) {
+  fs::path const own = fs::path(ORVO_ITP_SOURCE_DIR) / "orvo-itp-check" / "problems";
+  for (auto const& entry : fs::directory_iterator(own)) {
+    fs::path const& p = entry.path();
+    if (p.extension() != ".smt2") continue;
+    SCOPED_TRACE(p.string());
+    Json const expected = Json::parse(slurp(fs::path(p).replace_extension(".json")));
+    fs::path const flags_file = fs::path(p).replace_extension(".flags");
+    std::string flags = fs::exists(flags_file) ? slurp(flags_file) : "";
+    std::replace(flags.begin(), flags.end(), '\n', ' ');
+    std::string const pair = p.string() + " " + fs::path(p).replace_extension(".out").string();
+    std::string const args = flags + pair;
+    ProgramRun const json = check_program("--json " + args);
+    ProgramRun const text = check_program(args);
+    EXPECT_EQ(json.status, status_of(expected)) << json.err;
+    EXPECT_EQ(text.status, json.status);
+    if (expected.contains("error")) {
+      EXPECT_EQ(json.out + text.out, "");
+      EXPECT_EQ(text.err, (own / expected["error"].get<std::string>()).string() + "\n");
+      continue;
+    }
+    Json const doc = Json::parse(json.out);
+    EXPECT_EQ(comparable(doc), comparable(expected));
+    std::vector<std::string> want;
+    for (Json const& q : doc["queries"]) {
+      want.push_back("query at line " + std::to_string(q["line"].get<int>()) + ": ");
+      if (!q.contains("interpolants"))
+        want.push_back("  " + q["answer"].get<std::string>() + " answer");
+      for (Json const& i : q.value("interpolants", Json::array()))
+        want.push_back("  " + i["node"].get<std::string>() + ": " +
+                       i["verdict"].get<std::string>());
+    }
+    auto const& s = doc["summary"];
+    want.push_back("summary: " + s["valid"].dump() + " valid, " + s["invalid"].dump() +
+                   " invalid, " + s["unknown"].dump() + " unknown, " + s["unreadable"].dump() +
+                   " unreadable, " + s["unanswered"].dump() + " unanswered");
+    std::istringstream lines(text.out);
+    std::string line;
+    std::getline(lines, line);  // the heading
+    std::size_t k = 0;
+    for (; std::getline(lines, line) && k < want.size(); ++k)
+      EXPECT_EQ(line.substr(0, want[k].size()), want[k]);
+    EXPECT_EQ(k, want.size());
+    EXPECT_FALSE(std::getline(lines, line)) << line;
+  }
+}
+
+// What a user meets: the exit status that ranks several pairs, the pairs
+// that cannot be read, standard input, the command line and its options.
+TEST(CheckProgram, StatusesErrorsAndOptions) {
+  fs::path const dir =
+      fs::temp_directory_path() / ("orvo-itp-check-program-" + std::to_string(::getpid()));
+  fs::remove_all(dir);
+  fs::create_directories(dir);
+  auto file = [&](std::string const& name, std::string const& text) {
+    std::ofstream(dir / name, std::ios::binary) << text;
+    return (dir / name).string();
+  };
+  std::string const valid = file("valid.smt2",
+                                 "(set-logic QF_LIA)(declare-fun x () Int)(declare-fun y () Int)"
+                                 "(assert (! (= x 1) :named A))(assert (! (= y x) :named B))"
+                                 "(assert (! (< y 0) :named C))(get-interpolants A B C)");
+  std::string const right = file("right.out", "((= x 1) (> y 0))");
+  std::string const none = file("none.out", "");
+  std::string const torn = file("torn.out", "(\n(= x 1)");
+  std::string const absent = (dir / "absent.smt2").string();
+  fs::path const own = fs::path(ORVO_ITP_SOURCE_DIR) / "orvo-itp-check" / "problems";
+  std::string const steps = (own / "steps.smt2").string() + " " + (own / "steps.out").string();
+
+  ProgramRun r = check_program(valid + " " + right);
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_NE(r.out.find("\nsummary: 2 valid, 0 invalid, 0 unknown"), std::string::npos) << r.out;
+  EXPECT_EQ(check_program(valid + " - <" + right).status, 0);
+  r = check_program(valid + " " + none);  // nothing wrong, nothing proven
+  EXPECT_EQ(r.status, 3);
+  EXPECT_NE(r.out.find("\n  missing answer\n"), std::string::npos) << r.out;
+  // Several pairs: the first of 1, 2, 3 that any of them gives; every pair
+  // is tried, one error line for each that cannot be read (the responses'
+  // own fault at their place).
+  EXPECT_EQ(check_program(valid + " " + none + " " + steps + " " + valid + " " + right).status, 2);
+  r = check_program("--json " + valid + " " + right + " " + absent + " " + right + " " + valid +
+                    " " + torn + " " + steps);
+  EXPECT_EQ(r.status, 1);
+  Json const doc = Json::parse(r.out);
+  ASSERT_EQ(doc.size(), 4u);
+  EXPECT_EQ(doc[0]["summary"]["valid"], 2);
+  EXPECT_EQ(doc[1]["error"].get<std::string>().rfind(absent + ":1:1: error: cannot open", 0), 0u);
+  EXPECT_EQ(doc[2]["error"].get<std::string>().rfind(torn + ":1:1: error: ", 0), 0u);
+  EXPECT_EQ(doc[3]["summary"]["invalid"], 6);
+  EXPECT_EQ(r.err,
+            doc[1]["error"].get<std::string>() + "\n" + doc[2]["error"].get<std::string>() + "\n");
+  // One pair that cannot be read: no document at all.
+  EXPECT_EQ(check_program("--json " + dir.string() + " " + right).out, "");
+  // A bad command line checks nothing: status 1, the usage on standard error.
+  std::string const pair = " " + valid + " " + right;
+  std::string const no_dir = "--emit " + right + "/sub";  // under a file
+  for (std::string const& args :
+       {valid, "--timeout-ms=" + pair, "--timeout-ms=1e3" + pair, "--unmentioned=all" + pair,
+        "--verbose" + pair, pair + " --emit", no_dir + pair}) {
+    r = check_program(args);
+    EXPECT_EQ(r.status, 1) << args;
+    EXPECT_EQ(r.out, "") << args;
+    EXPECT_NE(r.err.find("\nusage: orvo-itp-check"), std::string::npos) << args << ": " << r.err;
+  }
+  r = check_program("--help");
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out.rfind("usage: orvo-itp-check", 0), 0u);
+  // Both Craig conditions in the report, the time per pair, every
+  // obligation written: per query, 3 steps, the root and 2 x 3 Craig ones.
+  r = check_program("--craig --stats --timeout-ms=60000 --emit " + (dir / "emit").string() + " " +
+                    steps);
+  EXPECT_EQ(r.status, 2);
+  EXPECT_NE(r.out.find("\n  S0: valid: Craig: A implies holds, B inconsistent holds ["),
+            std::string::npos)
+      << r.out;
+  EXPECT_NE(r.err.find("steps.smt2: 15 interpolants; reading "), std::string::npos) << r.err;
+  EXPECT_EQ(std::distance(fs::directory_iterator(dir / "emit"), fs::directory_iterator()), 50);
+  // An obligation that cannot be written stops its pair with an error.
+  fs::create_directories(dir / "taken" / "valid-q1-0-step.smt2");
+  r = check_program("--emit=" + (dir / "taken").string() + pair);
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find(valid + ":1:1: error: cannot write "), std::string::npos) << r.err;
   fs::remove_all(dir);
 }
 

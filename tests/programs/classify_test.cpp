@@ -5,15 +5,13 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include <sys/wait.h>
-
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
 
 #include "orvo-itp-classify/classify.h"
+#include "programs/program.h"
 #include "smtlib/script.h"
 
 namespace {
@@ -122,32 +120,16 @@ TEST(ClassifyRules, HostileInputsCostTheirSize) {
              "))(declare-fun m" + std::to_string(i) + " () (M" + std::to_string(i) + " Int))\n";
   std::ostringstream warnings;
   orvo::smtlib::Script script("t", warnings);
-  script.run(sorts + "(push 100000000)(assert (= c1 c1))(pop 99999999)(assert (= c2 c2))(get-interpolants)",
-             [](orvo::smtlib::Query const& q) { EXPECT_EQ(q.items.size(), 8001u); });
+  script.run(
+      sorts +
+          "(push 100000000)(assert (= c1 c1))(pop 99999999)(assert (= c2 c2))(get-interpolants)",
+      [](orvo::smtlib::Query const& q) { EXPECT_EQ(q.items.size(), 8001u); });
   EXPECT_LE(script.reader().handed(), 4 * sorts.size());
   EXPECT_EQ(warnings.str(), "");
 }
 
-// The program as a user runs it: standard output, standard error, status.
-struct Outcome {
-  int status;
-  std::string out, err;
-};
-Outcome program(std::string const& args) {
-  fs::path const err = fs::temp_directory_path() / "orvo-classify-test.err";
-  std::string const command = std::string(ORVO_ITP_CLASSIFY) + " " + args + " 2>" + err.string();
-  Outcome r{};
-  std::FILE* p = popen(command.c_str(), "r");
-  char buf[4096];
-  for (std::size_t n; (n = std::fread(buf, 1, sizeof buf, p)) > 0;)
-    r.out.append(buf, n);
-  int const status = pclose(p);
-  r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  std::ifstream in(err);
-  std::stringstream s;
-  s << in.rdbuf();
-  r.err = s.str();
-  return r;
+ProgramRun program(std::string const& args) {
+  return run_program(ORVO_ITP_CLASSIFY, args);
 }
 
 TEST(ClassifyProgram, EveryFileTriedOneErrorLineEach) {
@@ -162,7 +144,7 @@ TEST(ClassifyProgram, EveryFileTriedOneErrorLineEach) {
                                  "Bool)(assert (! |x\xff| :named a))(assert (! (and y |x\xff|) "
                                  ":named b))(get-interpolants a b)");
   std::string const bad = write("bad.smt2", "(assert true)\r(assert (> q 0))");
-  Outcome r = program("--json " + bad + " " + good + " " + dir.string());
+  ProgramRun r = program("--json " + bad + " " + good + " " + dir.string());
   EXPECT_EQ(r.status, 1);
   nlohmann::json const doc = nlohmann::json::parse(r.out);
   ASSERT_EQ(doc.size(), 3u);
@@ -186,6 +168,56 @@ TEST(ClassifyProgram, EveryFileTriedOneErrorLineEach) {
   EXPECT_NE(r.out.find("0 A-local, 1 B-local, 1 common: x\\xff\n"), std::string::npos) << r.out;
   EXPECT_NE(r.out.find("\n      B     |x\\xff|\n"), std::string::npos) << r.out;
   fs::remove_all(dir);
+}
+
+TEST(ClassifyProgram, OptionsAndBadCommandLines) {
+  std::string const counter =
+      (fs::path(ORVO_ITP_SOURCE_DIR) / "orvo-itp-classify" / "problems" / "counter.smt2").string();
+  // A bad command line reads no file: status 2, one complaint, no report.
+  for (std::string const& args :
+       {std::string(), "--unmentioned=all " + counter, "--verbose " + counter}) {
+    ProgramRun const r = program(args);
+    EXPECT_EQ(r.status, 2) << args;
+    EXPECT_EQ(r.out, "") << args;
+    EXPECT_EQ(r.err.rfind("orvo-itp-classify: ", 0), 0u) << args << ": " << r.err;
+  }
+  ProgramRun r = program("--help");
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out.rfind("usage: orvo-itp-classify", 0), 0u);
+  // k, which the query leaves out, is on both sides of every cut under the
+  // background rule (and the classifier, asked too, agrees), in B under the default.
+  fs::path const file = fs::temp_directory_path() /
+                        ("orvo-classify-background-" + std::to_string(::getpid()) + ".smt2");
+  std::ofstream(file) << ints
+                      << "(assert (! (> x y) :named a))(assert (! (> y z) :named b))"
+                         "(assert (! (> z x) :named k))(get-interpolants a b)";
+  r = program("--json --check --unmentioned=background " + file.string());
+  ASSERT_EQ(r.status, 0) << r.err;
+  nlohmann::json const p = nlohmann::json::parse(r.out)["queries"][0]["partitions"][0];
+  EXPECT_EQ(p["background"], nlohmann::json{"k"});
+  EXPECT_EQ(p["common"], (nlohmann::json{"x", "y", "z"}));
+  r = program("--json " + file.string());
+  EXPECT_EQ(nlohmann::json::parse(r.out)["queries"][0]["partitions"][0]["common"],
+            (nlohmann::json{"x", "y"}));
+  fs::remove(file);
+  // Every group (a popped one empty), the classifier's dump of every
+  // partition with the partition's A groups, and where the time went.
+  r = program("--groups --dump --stats " + counter);
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_NE(r.out.find("\n  group 4 probe: 0 atoms, 0 clauses; symbols -\n"), std::string::npos)
+      << r.out;
+  auto count = [&](std::string const& what) {
+    std::size_t n = 0;
+    for (std::size_t at = 0; (at = r.out.find(what, at)) != std::string::npos; ++at)
+      ++n;
+    return n;
+  };
+  EXPECT_EQ(count("\n    A groups:"), 9u);
+  EXPECT_EQ(count("BEGIN CLASSIFIER DUMP\n"), 9u);
+  EXPECT_NE(r.out.find("  S1\n    A groups:   S0 S1\n"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("END CLASSIFIER DUMP\n  S1\n"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("BEGIN CLASSIFIER DUMP\nA INDICES: 0 1 \n"), std::string::npos) << r.out;
+  EXPECT_NE(r.err.find(": 5 assertions, 9 partitions; "), std::string::npos) << r.err;
 }
 
 // Every problem under `problems` against its document under `expected`

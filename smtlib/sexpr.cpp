@@ -3,6 +3,8 @@
 #include <cctype>
 #include <cstdio>
 
+#include "smtlib/names.h"
+
 namespace orvo {
 namespace smtlib {
 
@@ -81,7 +83,7 @@ class Reader {
         out.push_back(std::move(atom));
       else
         throw ScriptError(
-            where, "expected '(' to start a command, found '" + std::string(atom.text) + "'");
+            where, "expected '(' to start a command, found '" + printable_utf8(atom.text) + "'");
     }
     if (!open.empty())
       throw ScriptError(open.front().where, "unbalanced '(': the command is not closed");

@@ -1,5 +1,6 @@
 // The pipeline's units, each once: the text reader, the names z3 is given,
-// the formula rules, the query structure and the scopes.
+// the formula rules, the query structure, the scopes, and scripts one after
+// another in one z3 context.
 #include <gtest/gtest.h>
 
 #include <sstream>
@@ -10,6 +11,7 @@
 #include "smtlib/names.h"
 #include "smtlib/query.h"
 #include "smtlib/scopes.h"
+#include "smtlib/script.h"
 #include "smtlib/sexpr.h"
 #include "smtlib/z3_reader.h"
 
@@ -163,6 +165,22 @@ TEST(Scopes, ManyLevelsCostOneAndPopsWithdrawWhatTheyHeld) {
   scopes.pop(1, Position{});
   EXPECT_EQ(scopes.real_levels(), 0u);
   EXPECT_THROW(scopes.pop(1, Position{}), ScriptError);
+}
+
+TEST(SharedContext, AScriptSeesNothingOfTheOnesBefore) {
+  z3::context ctx;
+  std::ostringstream warnings;
+  auto play = [&](std::string const& text) {
+    Script script("t", warnings, Unmentioned::root, &ctx);
+    script.run(text, [](Query const&) {});
+  };
+  play("(declare-fun x () Int)(declare-sort S 0)(define-sort I () Int)(define-fun d () Bool true)"
+       "(declare-datatypes ((D 0)) (((c (f Int)))))(assert (! (> x 0) :named a))"
+       "(get-interpolants a)");
+  for (char const* use : {"(assert (> x 0))", "(declare-fun y () S)", "(declare-fun y () I)",
+                          "(assert d)", "(assert (= (f c) 0))", "(get-interpolants a)"})
+    EXPECT_THROW(play(use), ScriptError) << use;
+  play("(declare-fun x () Bool)(assert x)");  // the same name anew, of another sort
 }
 
 }  // namespace

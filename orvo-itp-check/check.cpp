@@ -171,8 +171,7 @@ class QueryCheck {
 
 ProblemReport check_problem(std::string const& problem_path, std::string_view problem,
                             std::string const& responses_path, std::string_view responses,
-                            Options const& options, std::ostream& warnings,
-                            z3::context* shared) {
+                            Options const& options, std::ostream& warnings, z3::context* shared) {
   std::unique_ptr<Responses> answers;
   try {
     answers = std::make_unique<Responses>(responses);

@@ -30,8 +30,7 @@ std::uint64_t count_of(SExpr const& token, char const* what) {
 
 }  // namespace
 
-Script::Script(std::string file, std::ostream& warnings, Unmentioned rule,
-               z3::context* shared)
+Script::Script(std::string file, std::ostream& warnings, Unmentioned rule, z3::context* shared)
     : file_(std::move(file)),
       warnings_(warnings),
       rule_(rule),

@@ -66,7 +66,7 @@ Json comparable(Json doc) {
 void check_pairs(fs::path const& dir, z3::context* ctx = nullptr) {
   std::size_t pairs = 0;
   for (auto const& entry : fs::recursive_directory_iterator(dir)) {
-    fs::path const p = entry.path();
+    fs::path const& p = entry.path();
     if (p.extension() != ".smt2") continue;
     fs::path const rel = fs::relative(p, dir / "problems").replace_extension();
     bool const shared = fs::exists(dir / "problems");

@@ -60,6 +60,7 @@ TEST(Formula, AtomsClausesAndSharedSubtermsOnce) {
       "(declare-fun p () Bool)(declare-fun q () Bool)(declare-fun x () Int)(declare-fun y () "
       "Int)");
   std::vector<SExpr const*> run;
+  run.reserve(decls.size());
   for (SExpr const& d : decls)
     run.push_back(&d);
   reader.declare_funs(run);
@@ -82,9 +83,11 @@ TEST(Formula, AtomsClausesAndSharedSubtermsOnce) {
   EXPECT_EQ(f.clauses[2].size(), 2u);
   // (and p p) doubled 60 times: 61 distinct subterms, never 2^60 paths.
   std::string dag = "p";
-  for (int i = 0; i < 60; ++i)
-    dag = "(let ((d" + std::to_string(i) + " " + dag + ")) (and d" + std::to_string(i) + " d" +
-          std::to_string(i) + "))";
+  for (int i = 0; i < 60; ++i) {
+    std::string const d = "d" + std::to_string(i);
+    dag = std::string("(let ((").append(d).append(" ").append(dag).append(")) (and ");
+    dag.append(d).append(" ").append(d).append("))");
+  }
   f = split("and " + dag + " q");
   EXPECT_EQ(f.atoms.size(), 2u);
   EXPECT_EQ(f.clauses.size(), 2u);
@@ -174,9 +177,10 @@ TEST(SharedContext, AScriptSeesNothingOfTheOnesBefore) {
     Script script("t", warnings, Unmentioned::root, &ctx);
     script.run(text, [](Query const&) {});
   };
-  play("(declare-fun x () Int)(declare-sort S 0)(define-sort I () Int)(define-fun d () Bool true)"
-       "(declare-datatypes ((D 0)) (((c (f Int)))))(assert (! (> x 0) :named a))"
-       "(get-interpolants a)");
+  play(
+      "(declare-fun x () Int)(declare-sort S 0)(define-sort I () Int)(define-fun d () Bool true)"
+      "(declare-datatypes ((D 0)) (((c (f Int)))))(assert (! (> x 0) :named a))"
+      "(get-interpolants a)");
   for (char const* use : {"(assert (> x 0))", "(declare-fun y () S)", "(declare-fun y () I)",
                           "(assert d)", "(assert (= (f c) 0))", "(get-interpolants a)"})
     EXPECT_THROW(play(use), ScriptError) << use;

@@ -55,8 +55,8 @@ inline std::string error_line(std::string const& file, smtlib::ScriptError const
   if (!printable_line(message)) broken("error message not one printable line", message);
   smtlib::Position const at = e.where();
   if (at.line < 1 || at.column < 1 || at.line > line_count(text))
-    broken("error outside the text", std::to_string(at.line) + ":" + std::to_string(at.column) +
-                                         ": " + message);
+    broken("error outside the text",
+           std::to_string(at.line) + ":" + std::to_string(at.column) + ": " + message);
   std::string line = file + ":" + std::to_string(at.line) + ":" + std::to_string(at.column) +
                      ": error: " + message;
   if (!printable_line(line)) broken("error line not printable", line);

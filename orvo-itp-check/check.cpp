@@ -173,7 +173,7 @@ class QueryCheck {
 
 ProblemReport check_problem(std::string const& problem_path, std::string_view problem,
                             std::string const& responses_path, std::string_view responses,
-                            Options const& options, std::ostream& warnings) {
+                            Options const& options, std::ostream& warnings, z3::context* shared) {
   std::unique_ptr<Responses> answers;
   try {
     answers = std::make_unique<Responses>(responses);
@@ -189,7 +189,7 @@ ProblemReport check_problem(std::string const& problem_path, std::string_view pr
     stem = std::filesystem::path(problem_path).stem().string();
     if (stem.empty() || stem == "-") stem = "stdin";
   }
-  Script script(problem_path, warnings, options.unmentioned);
+  Script script(problem_path, warnings, options.unmentioned, shared);
   std::vector<smtlib::SExpr const*> matched;
   bool is_matched = false;
   script.run(problem, [&](Query const& q) {

@@ -9,6 +9,8 @@
 #ifndef ORVO_ITP_CHECK_CHECK_H
 #define ORVO_ITP_CHECK_CHECK_H
 
+#include <z3++.h>
+
 #include <iosfwd>
 #include <string>
 #include <string_view>
@@ -39,9 +41,12 @@ class ResponsesError : public smtlib::ScriptError {
 // `problem`) to the problem's get-interpolants commands. The paths name the
 // texts in the report and in warnings. Throws smtlib::ScriptError at the
 // problem's first fault and ResponsesError at the responses' first fault.
+// z3's terms and solvers live in `shared` when given (one context for many
+// problems), else in a context of their own.
 ProblemReport check_problem(std::string const& problem_path, std::string_view problem,
                             std::string const& responses_path, std::string_view responses,
-                            Options const& options, std::ostream& warnings);
+                            Options const& options, std::ostream& warnings,
+                            z3::context* shared = nullptr);
 
 }  // namespace check
 }  // namespace orvo

@@ -104,13 +104,14 @@ void compare(PartitionAnswer const& index, PartitionAnswer const& classifier,
 }  // namespace
 
 ProblemReport classify_problem(std::string const& path, std::string_view text,
-                               Options const& options, std::ostream& warnings) {
+                               Options const& options, std::ostream& warnings,
+                               z3::context* shared) {
   ProblemReport report;
   std::size_t const slash = path.find_last_of('/');
   report.file = smtlib::printable_utf8(slash == std::string::npos ? path : path.substr(slash + 1));
   report.background = options.unmentioned == smtlib::Unmentioned::background;
   auto const setup_start = std::chrono::steady_clock::now();
-  auto owned = std::make_unique<Script>(path, warnings, options.unmentioned);
+  auto owned = std::make_unique<Script>(path, warnings, options.unmentioned, shared);
   report.setup_time = smtlib::seconds_since(setup_start);
   Script& script = *owned;
   script.run(text, [&](Query const& q) {

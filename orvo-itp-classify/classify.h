@@ -4,6 +4,8 @@
 #ifndef ORVO_ITP_CLASSIFY_CLASSIFY_H
 #define ORVO_ITP_CLASSIFY_CLASSIFY_H
 
+#include <z3++.h>
+
 #include <iosfwd>
 #include <string>
 #include <string_view>
@@ -25,9 +27,11 @@ struct Options {
 
 // Plays `text`, the script of the file `path`, on a fresh classifier.
 // Warnings go to `warnings`. Throws smtlib::ScriptError at the first fault;
-// nothing after it is run.
+// nothing after it is run. z3's terms live in `shared` when given (one
+// context for many problems), else in a context of their own.
 ProblemReport classify_problem(std::string const& path, std::string_view text,
-                               Options const& options, std::ostream& warnings);
+                               Options const& options, std::ostream& warnings,
+                               z3::context* shared = nullptr);
 
 }  // namespace classify
 }  // namespace orvo

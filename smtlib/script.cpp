@@ -30,11 +30,11 @@ std::uint64_t count_of(SExpr const& token, char const* what) {
 
 }  // namespace
 
-Script::Script(std::string file, std::ostream& warnings, Unmentioned rule)
+Script::Script(std::string file, std::ostream& warnings, Unmentioned rule, z3::context* shared)
     : file_(std::move(file)),
       warnings_(warnings),
       rule_(rule),
-      reader_(file_, warnings),
+      reader_(file_, warnings, shared),
       terms_(tm_),
       scopes_(reader_, classifier_) {
   env_.term_manager = &tm_;

@@ -69,8 +69,10 @@ class Script {
  public:
   using QueryHandler = std::function<void(Query const&)>;
 
-  // `file` names the script in warnings; `warnings` receives them.
-  Script(std::string file, std::ostream& warnings, Unmentioned rule = Unmentioned::root);
+  // `file` names the script in warnings; `warnings` receives them. With
+  // `shared`, z3's terms live in that context (see Z3Reader).
+  Script(std::string file, std::ostream& warnings, Unmentioned rule = Unmentioned::root,
+         z3::context* shared = nullptr);
   Script(Script const&) = delete;
   Script& operator=(Script const&) = delete;
 

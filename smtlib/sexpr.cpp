@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "smtlib/names.h"
+
 namespace orvo {
 namespace smtlib {
 
@@ -219,7 +221,7 @@ class Reader {
 
   static ScriptError not_a_command(Position where, SExpr const& atom) {
     return ScriptError(where,
-                       "expected '(' to start a command, found '" + std::string(atom.text) + "'");
+                       "expected '(' to start a command, found '" + printable_utf8(atom.text) + "'");
   }
 
   static std::string printable(char ch) {

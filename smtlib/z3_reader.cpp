@@ -89,8 +89,12 @@ void constructor_names(SExpr const& constructors, std::vector<std::string>& out)
 
 }  // namespace
 
-Z3Reader::Z3Reader(std::string file, std::ostream& warnings)
-    : file_(std::move(file)), warnings_(warnings), scopes_(1) {
+Z3Reader::Z3Reader(std::string file, std::ostream& warnings, z3::context* shared)
+    : file_(std::move(file)),
+      warnings_(warnings),
+      own_(shared != nullptr ? nullptr : std::make_unique<z3::context>()),
+      ctx_(shared != nullptr ? *shared : *own_),
+      scopes_(1) {
   (void)quiet_z3;
 }
 

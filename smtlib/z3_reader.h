@@ -27,6 +27,7 @@
 #include <cstdint>
 #include <deque>
 #include <iosfwd>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -41,8 +42,11 @@ namespace smtlib {
 class Z3Reader {
  public:
   // Warnings (a logic z3 does not know) go to `warnings` as
-  // "FILE:LINE:COL: warning: ..." lines.
-  Z3Reader(std::string file, std::ostream& warnings);
+  // "FILE:LINE:COL: warning: ..." lines. Terms live in `shared` when given
+  // (it must outlive the reader; declarations never reach it, so readers
+  // one after another on it see nothing of each other), else in a context
+  // of the reader's own.
+  Z3Reader(std::string file, std::ostream& warnings, z3::context* shared = nullptr);
   Z3Reader(Z3Reader const&) = delete;
   Z3Reader& operator=(Z3Reader const&) = delete;
 
@@ -162,7 +166,8 @@ class Z3Reader {
 
   std::string file_;
   std::ostream& warnings_;
-  z3::context ctx_;
+  std::unique_ptr<z3::context> own_;  // null when the context is borrowed
+  z3::context& ctx_;
   std::string logic_;                                         // what z3 reads of set-logic
   std::vector<z3::sort> sorts_;                               // every sort ever bound
   std::vector<SortMacro> sort_macros_;                        // sort commands with parameters

@@ -137,8 +137,8 @@ faults = {
         "",
     ),
     "or-clause": (
-        "is_clause = literal(e.arg(i), clause);",
-        "literal(e.arg(i), clause);",
+        "is_clause = literal(t.arg(e, i), clause);",
+        "literal(t.arg(e, i), clause);",
     ),
     "pop-keeps": (
         "  reader_.pop();\n",

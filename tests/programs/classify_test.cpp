@@ -221,8 +221,10 @@ TEST(ClassifyProgram, OptionsAndBadCommandLines) {
 }
 
 // Every problem under `problems` against its document under `expected`
-// (mirrored): the same JSON, or an error at the same place.
-void check_goldens(fs::path const& problems, fs::path const& expected) {
+// (mirrored): the same JSON, or an error at the same place. With `shared`,
+// every problem is played in that one z3 context.
+void check_goldens(fs::path const& problems, fs::path const& expected,
+                   z3::context* shared = nullptr) {
   std::size_t count = 0;
   for (auto const& entry : fs::recursive_directory_iterator(problems)) {
     if (entry.path().extension() != ".smt2") continue;
@@ -236,7 +238,7 @@ void check_goldens(fs::path const& problems, fs::path const& expected) {
     std::ostringstream warnings, out;
     try {
       ProblemReport const r =
-          orvo::classify::classify_problem(name, text.str(), checked(), warnings);
+          orvo::classify::classify_problem(name, text.str(), checked(), warnings, shared);
       orvo::classify::write_json(out, {{&r, name, ""}}, checked());
       EXPECT_EQ(nlohmann::json::parse(out.str()), want) << entry.path();
     } catch (orvo::smtlib::ScriptError const& e) {
@@ -253,10 +255,17 @@ void check_goldens(fs::path const& problems, fs::path const& expected) {
 TEST(ClassifyGolden, BundledAndSharedProblems) {
   fs::path const dir = fs::path(ORVO_ITP_SOURCE_DIR) / "orvo-itp-classify" / "problems";
   check_goldens(dir, dir);
-  fs::path const data = fs::path(ORVO_ITP_SOURCE_DIR) / ".." / "shared" / "data" / "smtlib";
-  if (!fs::exists(data / "problems"))
-    GTEST_SKIP() << "no shared problem set at " << data << ": checked the bundled problems only";
-  check_goldens(data / "problems", data / "expected");
+  // Then all in one context, one after another: none may see the others.
+  z3::context shared;
+  check_goldens(dir, dir, &shared);
+  // Beside the repository, or beside the folder of worktrees it is one of.
+  for (char const* up : {"..", "../.."}) {
+    fs::path const data = fs::path(ORVO_ITP_SOURCE_DIR) / up / "shared" / "data" / "smtlib";
+    if (fs::exists(data / "problems"))
+      return check_goldens(data / "problems", data / "expected", &shared);
+  }
+  GTEST_SKIP() << "no shared problem set beside " << ORVO_ITP_SOURCE_DIR
+               << ": checked the bundled problems only";
 }
 
 }  // namespace

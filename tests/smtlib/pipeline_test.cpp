@@ -1,5 +1,6 @@
 // The pipeline's units, each once: the text reader, the names z3 is given,
-// the formula rules, the query structure and the scopes.
+// the formula rules, the query structure, the scopes, and scripts one after
+// another in one z3 context.
 #include <gtest/gtest.h>
 
 #include <sstream>
@@ -59,6 +60,7 @@ TEST(Formula, AtomsClausesAndSharedSubtermsOnce) {
       "(declare-fun p () Bool)(declare-fun q () Bool)(declare-fun x () Int)(declare-fun y () "
       "Int)");
   std::vector<SExpr const*> run;
+  run.reserve(decls.size());
   for (SExpr const& d : decls)
     run.push_back(&d);
   reader.declare_funs(run);
@@ -81,9 +83,11 @@ TEST(Formula, AtomsClausesAndSharedSubtermsOnce) {
   EXPECT_EQ(f.clauses[2].size(), 2u);
   // (and p p) doubled 60 times: 61 distinct subterms, never 2^60 paths.
   std::string dag = "p";
-  for (int i = 0; i < 60; ++i)
-    dag = "(let ((d" + std::to_string(i) + " " + dag + ")) (and d" + std::to_string(i) + " d" +
-          std::to_string(i) + "))";
+  for (int i = 0; i < 60; ++i) {
+    std::string const d = "d" + std::to_string(i);
+    dag = std::string("(let ((").append(d).append(" ").append(dag).append(")) (and ");
+    dag.append(d).append(" ").append(d).append("))");
+  }
   f = split("and " + dag + " q");
   EXPECT_EQ(f.atoms.size(), 2u);
   EXPECT_EQ(f.clauses.size(), 2u);
@@ -231,6 +235,23 @@ TEST(Script, APoppedLevelGivesItsTermsBackToZ3) {
   std::uint64_t const few = held_after(100);
   std::uint64_t const many = held_after(500);
   EXPECT_LT(many, few + 200 * 1024) << "z3 bytes after 100 levels " << few << ", after 500 " << many;
+}
+
+TEST(SharedContext, AScriptSeesNothingOfTheOnesBefore) {
+  z3::context ctx;
+  std::ostringstream warnings;
+  auto play = [&](std::string const& text) {
+    Script script("t", warnings, Unmentioned::root, &ctx);
+    script.run(text, [](Query const&) {});
+  };
+  play(
+      "(declare-fun x () Int)(declare-sort S 0)(define-sort I () Int)(define-fun d () Bool true)"
+      "(declare-datatypes ((D 0)) (((c (f Int)))))(assert (! (> x 0) :named a))"
+      "(get-interpolants a)");
+  for (char const* use : {"(assert (> x 0))", "(declare-fun y () S)", "(declare-fun y () I)",
+                          "(assert d)", "(assert (= (f c) 0))", "(get-interpolants a)"})
+    EXPECT_THROW(play(use), ScriptError) << use;
+  play("(declare-fun x () Bool)(assert x)");  // the same name anew, of another sort
 }
 
 }  // namespace

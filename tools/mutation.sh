@@ -209,11 +209,12 @@ for exe in "$build/tests/orvo_itp_tests" "$build/tests/orvo_itp_program_tests"; 
 done
 
 # Runs the tests given as arguments, two at a time, each in its own process
-# under the time limit, its output in $log_dir/N.log. Writes the names of
-# the tests that failed, crashed or timed out to $log_dir/failed; with
+# under the time limit, its output in $log_dir/N.log. Sets `failed` to the
+# names of the tests that failed, crashed or timed out, one a line; with
 # stop=1 it ends at the first of them, stopping the tests still running.
 # Fills `seconds` (test -> its time) for the tests that ran to their end.
 declare -A seconds=()
+failed=""
 run_tests() {
   local stop=$1 log_dir=$2
   shift 2
@@ -234,7 +235,12 @@ run_tests() {
     fi
     [ "${#running[@]}" -eq 0 ] && break
     status=0
+    pid=""
     wait -n -p pid "${!running[@]}" || status=$?
+    if [ -z "$pid" ] || [ -z "${running[$pid]+set}" ]; then
+      echo "lost track of the running tests (wait: status $status)" >&2
+      exit 2
+    fi
     t=${running[$pid]}
     unset "running[$pid]"
     seconds[$t]=$(awk -v a="${started[$pid]}" -v b="$EPOCHREALTIME" 'BEGIN { print b - a }')
@@ -247,8 +253,14 @@ run_tests() {
       fi
     fi
   done
-  : >"$log_dir/failed"
-  [ "${#failures[@]}" -eq 0 ] || printf '%s\n' "${failures[@]}" | sort -u >"$log_dir/failed"
+  failed=""
+  [ "${#failures[@]}" -eq 0 ] || failed=$(printf '%s\n' "${failures[@]}" | sort -u)
+  # A log that could not be written means the scratch copy went away under
+  # the run: its failures say nothing of the mutant.
+  if [ ! -d "$log_dir" ]; then
+    echo "$log_dir disappeared during the run" >&2
+    exit 2
+  fi
 }
 
 run_tests 0 "$work/baseline" "${all_tests[@]}"
@@ -256,7 +268,7 @@ if [ "${#all_tests[@]}" -eq 0 ] || { grep -L 'Running 1 test from' "$work"/basel
   echo "the test list does not name one test per process: see $work/baseline" >&2
   exit 2
 fi
-baseline=$(cat "$work/baseline/failed")
+baseline=$failed
 if [ -n "$baseline" ]; then
   echo "note: these tests already fail on the unmutated tree and cannot kill a mutant:" >&2
   echo "$baseline" | while read -r t; do echo "  $t"; done >&2
@@ -284,7 +296,7 @@ for m in "${mutants[@]}"; do
     detail="(the build fails)"
   else
     run_tests 1 "$work/$name" "${suite[@]}"
-    new_failures=$(cat "$work/$name/failed")
+    new_failures=$failed
     if [ -n "$new_failures" ]; then
       verdict=KILLED
       detail="by $(echo "$new_failures" | paste -sd ' ')"

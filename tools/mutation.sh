@@ -36,7 +36,10 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 timeout_s=${ORVO_ITP_MUTATION_TIMEOUT:-600}
 memory_kb=$((${ORVO_ITP_MUTATION_MEMORY_MB:-4096} * 1024))
 start_time=$SECONDS
-work=$(mktemp -d "${TMPDIR:-/tmp}/orvo-mutation.XXXXXX")
+# Under build/ rather than a shared temporary directory, where a cleanup of
+# someone else's could take the copy away under a long run.
+mkdir -p "$root/build"
+work=$(mktemp -d "$root/build/mutation.XXXXXX")
 if [ -z "${ORVO_ITP_MUTATION_KEEP:-}" ]; then trap 'rm -rf "$work"' EXIT; fi
 
 # The working tree as it is (uncommitted changes included), without builds.

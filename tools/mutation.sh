@@ -40,7 +40,13 @@ start_time=$SECONDS
 # someone else's could take the copy away under a long run.
 mkdir -p "$root/build"
 work=$(mktemp -d "$root/build/mutation.XXXXXX")
-if [ -z "${ORVO_ITP_MUTATION_KEEP:-}" ]; then trap 'rm -rf "$work"' EXIT; fi
+# Removed at the end, not by an EXIT trap: bash runs that trap in a child it
+# forked for a test when the child is stopped before it starts the test,
+# which a mutant's first failure does to the tests still running. A run cut
+# short leaves the copy under build/.
+finish() {
+  if [ -z "${ORVO_ITP_MUTATION_KEEP:-}" ]; then rm -rf "$work"; else echo "scratch copy kept: $work"; fi
+}
 
 # The working tree as it is (uncommitted changes included), without builds.
 tar -C "$root" --exclude=./build --exclude=./.git -cf - . | tar -C "$work" -xf -
@@ -183,7 +189,7 @@ for m in "${mutants[@]}"; do
   IFS='|' read -r name file _ <<<"$m"
   wanted "$name" || continue
   cp "$file" "$file.orig"
-  mutate "$name" "$file" || exit 2
+  mutate "$name" "$file" || { finish; exit 2; }
   mv "$file.orig" "$file"
 done
 
@@ -197,11 +203,11 @@ echo "== building the unmutated suite in $work"
 cmake --preset default -B "$build" -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O2 -DNDEBUG" \
   -DORVO_ITP_BUILD_BENCH=OFF -DORVO_ITP_BUILD_EXAMPLES=OFF -DORVO_ITP_BUILD_CLASSIFY=ON \
   -DORVO_ITP_INSTALL=OFF "${launcher[@]}" >"$work/configure.log" 2>&1 ||
-  { tail -n 20 "$work/configure.log"; echo "cannot configure the scratch copy (z3 and nlohmann-json are needed)" >&2; exit 2; }
+  { tail -n 20 "$work/configure.log"; echo "cannot configure the scratch copy (z3 and nlohmann-json are needed)" >&2; finish; exit 2; }
 targets=(orvo_itp_tests orvo_itp_program_tests)
 build_suite() { cmake --build "$build" -j2 --target "${targets[@]}" >"$1" 2>&1; }
 build_suite "$work/build.log" ||
-  { tail -n 40 "$work/build.log"; echo "the unmutated tree does not build" >&2; exit 2; }
+  { tail -n 40 "$work/build.log"; echo "the unmutated tree does not build" >&2; finish; exit 2; }
 
 # Every test of both executables, as "executable<TAB>Suite.Name".
 all_tests=()
@@ -242,7 +248,7 @@ run_tests() {
     wait -n -p pid "${!running[@]}" || status=$?
     if [ -z "$pid" ] || [ -z "${running[$pid]+set}" ]; then
       echo "lost track of the running tests (wait: status $status)" >&2
-      exit 2
+      finish; exit 2
     fi
     t=${running[$pid]}
     unset "running[$pid]"
@@ -262,14 +268,14 @@ run_tests() {
   # the run: its failures say nothing of the mutant.
   if [ ! -d "$log_dir" ]; then
     echo "$log_dir disappeared during the run" >&2
-    exit 2
+    finish; exit 2
   fi
 }
 
 run_tests 0 "$work/baseline" "${all_tests[@]}"
 if [ "${#all_tests[@]}" -eq 0 ] || { grep -L 'Running 1 test from' "$work"/baseline/*.log | grep -q .; }; then
   echo "the test list does not name one test per process: see $work/baseline" >&2
-  exit 2
+  finish; exit 2
 fi
 baseline=$failed
 if [ -n "$baseline" ]; then
@@ -312,7 +318,7 @@ for m in "${mutants[@]}"; do
   printf '%-8s %-14s %s %s\n' "$verdict" "$name" "$what" "$detail"
 done
 
-[ -n "${ORVO_ITP_MUTATION_KEEP:-}" ] && echo "scratch copy kept: $work"
+finish
 echo "wall time: $((SECONDS - start_time)) s"
 echo "mutation: $killed of $total mutants killed"
 [ "$killed" -eq "$total" ]

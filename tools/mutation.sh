@@ -36,8 +36,17 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 timeout_s=${ORVO_ITP_MUTATION_TIMEOUT:-600}
 memory_kb=$((${ORVO_ITP_MUTATION_MEMORY_MB:-4096} * 1024))
 start_time=$SECONDS
-work=$(mktemp -d "${TMPDIR:-/tmp}/orvo-mutation.XXXXXX")
-if [ -z "${ORVO_ITP_MUTATION_KEEP:-}" ]; then trap 'rm -rf "$work"' EXIT; fi
+# Under build/ rather than a shared temporary directory, where a cleanup of
+# someone else's could take the copy away under a long run.
+mkdir -p "$root/build"
+work=$(mktemp -d "$root/build/mutation.XXXXXX")
+# Removed at the end, not by an EXIT trap: bash runs that trap in a child it
+# forked for a test when the child is stopped before it starts the test,
+# which a mutant's first failure does to the tests still running. A run cut
+# short leaves the copy under build/.
+finish() {
+  if [ -z "${ORVO_ITP_MUTATION_KEEP:-}" ]; then rm -rf "$work"; else echo "scratch copy kept: $work"; fi
+}
 
 # The working tree as it is (uncommitted changes included), without builds.
 tar -C "$root" --exclude=./build --exclude=./.git -cf - . | tar -C "$work" -xf -
@@ -180,7 +189,7 @@ for m in "${mutants[@]}"; do
   IFS='|' read -r name file _ <<<"$m"
   wanted "$name" || continue
   cp "$file" "$file.orig"
-  mutate "$name" "$file" || exit 2
+  mutate "$name" "$file" || { finish; exit 2; }
   mv "$file.orig" "$file"
 done
 
@@ -194,11 +203,11 @@ echo "== building the unmutated suite in $work"
 cmake --preset default -B "$build" -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O2 -DNDEBUG" \
   -DORVO_ITP_BUILD_BENCH=OFF -DORVO_ITP_BUILD_EXAMPLES=OFF -DORVO_ITP_BUILD_CLASSIFY=ON \
   -DORVO_ITP_INSTALL=OFF "${launcher[@]}" >"$work/configure.log" 2>&1 ||
-  { tail -n 20 "$work/configure.log"; echo "cannot configure the scratch copy (z3 and nlohmann-json are needed)" >&2; exit 2; }
+  { tail -n 20 "$work/configure.log"; echo "cannot configure the scratch copy (z3 and nlohmann-json are needed)" >&2; finish; exit 2; }
 targets=(orvo_itp_tests orvo_itp_program_tests)
 build_suite() { cmake --build "$build" -j2 --target "${targets[@]}" >"$1" 2>&1; }
 build_suite "$work/build.log" ||
-  { tail -n 40 "$work/build.log"; echo "the unmutated tree does not build" >&2; exit 2; }
+  { tail -n 40 "$work/build.log"; echo "the unmutated tree does not build" >&2; finish; exit 2; }
 
 # Every test of both executables, as "executable<TAB>Suite.Name".
 all_tests=()
@@ -209,11 +218,12 @@ for exe in "$build/tests/orvo_itp_tests" "$build/tests/orvo_itp_program_tests"; 
 done
 
 # Runs the tests given as arguments, two at a time, each in its own process
-# under the time limit, its output in $log_dir/N.log. Writes the names of
-# the tests that failed, crashed or timed out to $log_dir/failed; with
+# under the time limit, its output in $log_dir/N.log. Sets `failed` to the
+# names of the tests that failed, crashed or timed out, one a line; with
 # stop=1 it ends at the first of them, stopping the tests still running.
 # Fills `seconds` (test -> its time) for the tests that ran to their end.
 declare -A seconds=()
+failed=""
 run_tests() {
   local stop=$1 log_dir=$2
   shift 2
@@ -234,7 +244,12 @@ run_tests() {
     fi
     [ "${#running[@]}" -eq 0 ] && break
     status=0
+    pid=""
     wait -n -p pid "${!running[@]}" || status=$?
+    if [ -z "$pid" ] || [ -z "${running[$pid]+set}" ]; then
+      echo "lost track of the running tests (wait: status $status)" >&2
+      finish; exit 2
+    fi
     t=${running[$pid]}
     unset "running[$pid]"
     seconds[$t]=$(awk -v a="${started[$pid]}" -v b="$EPOCHREALTIME" 'BEGIN { print b - a }')
@@ -247,16 +262,22 @@ run_tests() {
       fi
     fi
   done
-  : >"$log_dir/failed"
-  [ "${#failures[@]}" -eq 0 ] || printf '%s\n' "${failures[@]}" | sort -u >"$log_dir/failed"
+  failed=""
+  [ "${#failures[@]}" -eq 0 ] || failed=$(printf '%s\n' "${failures[@]}" | sort -u)
+  # A log that could not be written means the scratch copy went away under
+  # the run: its failures say nothing of the mutant.
+  if [ ! -d "$log_dir" ]; then
+    echo "$log_dir disappeared during the run" >&2
+    finish; exit 2
+  fi
 }
 
 run_tests 0 "$work/baseline" "${all_tests[@]}"
 if [ "${#all_tests[@]}" -eq 0 ] || { grep -L 'Running 1 test from' "$work"/baseline/*.log | grep -q .; }; then
   echo "the test list does not name one test per process: see $work/baseline" >&2
-  exit 2
+  finish; exit 2
 fi
-baseline=$(cat "$work/baseline/failed")
+baseline=$failed
 if [ -n "$baseline" ]; then
   echo "note: these tests already fail on the unmutated tree and cannot kill a mutant:" >&2
   echo "$baseline" | while read -r t; do echo "  $t"; done >&2
@@ -284,7 +305,7 @@ for m in "${mutants[@]}"; do
     detail="(the build fails)"
   else
     run_tests 1 "$work/$name" "${suite[@]}"
-    new_failures=$(cat "$work/$name/failed")
+    new_failures=$failed
     if [ -n "$new_failures" ]; then
       verdict=KILLED
       detail="by $(echo "$new_failures" | paste -sd ' ')"
@@ -297,7 +318,7 @@ for m in "${mutants[@]}"; do
   printf '%-8s %-14s %s %s\n' "$verdict" "$name" "$what" "$detail"
 done
 
-[ -n "${ORVO_ITP_MUTATION_KEEP:-}" ] && echo "scratch copy kept: $work"
+finish
 echo "wall time: $((SECONDS - start_time)) s"
 echo "mutation: $killed of $total mutants killed"
 [ "$killed" -eq "$total" ]

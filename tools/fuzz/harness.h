@@ -1,17 +1,21 @@
-// What the SMT-LIB fuzz targets hold the programs to besides not crashing:
-// a bad input ends in one error line FILE:LINE:COL: error: MESSAGE at a place
-// in the text it names, every warning is one line FILE:LINE:COL: warning:
-// MESSAGE, and a report is printable lines (the JSON document's strings
-// printable before the JSON writer sees them).
-// A break is printed with the offending text and the process aborts, so
-// that libFuzzer keeps the input.
-#ifndef ORVO_ITP_TOOLS_FUZZ_CONTRACT_H
-#define ORVO_ITP_TOOLS_FUZZ_CONTRACT_H
+// What the SMT-LIB fuzz targets share: the z3 context the inputs are played
+// in, and the output contract they hold the programs to besides not
+// crashing. A bad input ends in one error line FILE:LINE:COL: error: MESSAGE
+// at a place in the text it names, every warning is one line
+// FILE:LINE:COL: warning: MESSAGE, and a report is printable lines (the JSON
+// document's strings printable before the JSON writer sees them). A break
+// is printed with the offending text and the process aborts, so that
+// libFuzzer keeps the input.
+#ifndef ORVO_ITP_TOOLS_FUZZ_HARNESS_H
+#define ORVO_ITP_TOOLS_FUZZ_HARNESS_H
+
+#include <z3++.h>
 
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -20,6 +24,19 @@
 
 namespace orvo {
 namespace fuzz {
+
+// The context for the next input: one for many inputs, since making one
+// costs more than most inputs. The reader names every definition's
+// placeholder afresh by its context's counter, and z3 keeps every name for
+// the life of the process: one context forever would grow by every input,
+// so it is renewed every 1000 inputs, the names repeat, memory stays flat
+// and libFuzzer's leak check after an input keeps its meaning.
+inline z3::context& next_context() {
+  static std::unique_ptr<z3::context> ctx;
+  static unsigned inputs = 0;
+  if (inputs++ % 1000 == 0) ctx = std::make_unique<z3::context>();
+  return *ctx;
+}
 
 [[noreturn]] inline void broken(char const* what, std::string_view detail) {
   std::fprintf(stderr, "contract broken: %s: [%.*s]\n", what, static_cast<int>(detail.size()),
@@ -109,4 +126,4 @@ inline void check_json(std::string_view document, std::string_view input) {
 }  // namespace fuzz
 }  // namespace orvo
 
-#endif  // ORVO_ITP_TOOLS_FUZZ_CONTRACT_H
+#endif  // ORVO_ITP_TOOLS_FUZZ_HARNESS_H

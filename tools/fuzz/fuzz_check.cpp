@@ -5,7 +5,7 @@
 // `--craig`, `--unmentioned=background` or `--unmentioned=error` (a comment,
 // say) sets that option. Besides crashes and sanitizer reports, an exception
 // other than smtlib::ScriptError (check::ResponsesError for the responses),
-// or a break of the output contract (contract.h) aborts.
+// or a break of the output contract (harness.h) aborts.
 #include <z3++.h>
 
 #include <cstddef>
@@ -19,7 +19,7 @@
 
 #include "orvo-itp-check/check.h"
 #include "orvo-itp-check/report.h"
-#include "tools/fuzz/contract.h"
+#include "tools/fuzz/harness.h"
 
 namespace {
 
@@ -43,8 +43,6 @@ Options options_of(std::string_view text) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
-  // One context for every input: making one costs more than most inputs.
-  static z3::context ctx;
   std::string_view const input = orvo::fuzz::as_text(data, size);
   std::string_view const mark = ";;;\n";
   std::size_t split = input.substr(0, mark.size()) == mark ? 0 : input.find("\n;;;\n");
@@ -59,7 +57,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
   std::unique_ptr<ProblemReport> report;
   try {
     report = std::make_unique<ProblemReport>(orvo::check::check_problem(
-        file, problem, responses_file, responses, options, warnings, &ctx));
+        file, problem, responses_file, responses, options, warnings, &orvo::fuzz::next_context()));
   } catch (orvo::check::ResponsesError const& e) {
     orvo::fuzz::error_line(responses_file, e, responses);
   } catch (orvo::smtlib::ScriptError const& e) {

@@ -4,9 +4,9 @@
 // line holding `--unmentioned=background` or `--unmentioned=error` (a
 // comment, say) picks that rule. Besides crashes and sanitizer reports, the
 // cut index disagreeing with the classifier, an exception other than
-// smtlib::ScriptError, or a break of the output contract (contract.h)
+// smtlib::ScriptError, or a break of the output contract (harness.h)
 // aborts; so does a different outcome when one input in 32 is played again
-// in a z3 context of its own instead of the one every input shares.
+// in a z3 context of its own instead of the one inputs share.
 #include <z3++.h>
 
 #include <cstddef>
@@ -19,7 +19,7 @@
 
 #include "orvo-itp-classify/classify.h"
 #include "orvo-itp-classify/report.h"
-#include "tools/fuzz/contract.h"
+#include "tools/fuzz/harness.h"
 
 namespace {
 
@@ -71,10 +71,8 @@ std::string play(std::string_view text, z3::context* shared) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
-  // One context for every input: making one costs more than most inputs.
-  static z3::context ctx;
   std::string_view const text = orvo::fuzz::as_text(data, size);
-  std::string const shared = play(text, &ctx);
+  std::string const shared = play(text, &orvo::fuzz::next_context());
   std::uint32_t hash = 2166136261u;  // FNV-1a picks the inputs played again
   for (std::size_t i = 0; i < size; ++i)
     hash = (hash ^ data[i]) * 16777619u;

@@ -22,7 +22,7 @@
 #               holding --craig or --unmentioned=... sets that option.
 # The two SMT-LIB targets use smtlib.dict, take inputs up to 4096 bytes and
 # fail on any input that runs over 10 s, besides crashes, sanitizer reports
-# and breaks of the programs' one-line error contract (contract.h).
+# and breaks of the programs' one-line error contract (harness.h).
 #
 # New inputs found while fuzzing go to a scratch directory, never into the
 # committed corpora; crash inputs go to the build directory as

@@ -304,7 +304,7 @@ void Z3Reader::set_logic(SExpr const& command) {
     return;
   }
   logic_.clear();
-  warnings_ << file_ << ":" << command.where.line << ":" << command.where.column
+  warnings_ << printable_utf8(file_) << ":" << command.where.line << ":" << command.where.column
             << ": warning: z3 does not know the logic '" << printable_utf8(command.items[1].value)
             << "'; reading with every theory z3 has\n";
 }

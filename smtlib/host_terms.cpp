@@ -66,10 +66,8 @@ Symbol const* HostTerms::head_of(z3::context& ctx, Z3_ast a, unsigned n) {
 }
 
 void HostTerms::release_since(std::size_t mark) {
-  for (std::size_t k = mark; k < alive_.size(); ++k) {
+  for (std::size_t k = mark; k < alive_.size(); ++k)
     terms_[alive_[k].id()] = nullptr;
-    --converted_;
-  }
   alive_.erase(alive_.begin() + static_cast<std::ptrdiff_t>(mark), alive_.end());
 }
 
@@ -120,7 +118,6 @@ Term_ const* HostTerms::convert(z3::expr const& root) {
     if (id >= terms_.size()) terms_.resize(std::max<std::size_t>(id + 1, 2 * terms_.size()), nullptr);
     terms_[id] = t;
     alive_.push_back(z3::expr(ctx, a));
-    ++converted_;
   }
   return terms_[Z3_get_ast_id(c, root)];
 }

@@ -38,7 +38,7 @@ class HostTerms {
   std::size_t mark() const noexcept { return alive_.size(); }
   void release_since(std::size_t mark);
   // The number of distinct z3 terms converted and not released.
-  std::size_t size() const noexcept { return converted_; }
+  std::size_t size() const noexcept { return alive_.size(); }
 
  private:
   Symbol const* symbol_of(z3::expr const& e);
@@ -50,7 +50,6 @@ class HostTerms {
 
   TermManager& tm_;
   std::vector<Term_ const*> terms_;                           // z3 ast id -> host term, or null
-  std::size_t converted_ = 0;                                 // non-null entries of terms_
   std::vector<std::pair<Z3_ast, bool>> stack_;                // convert's walk: term, children scheduled
   std::vector<Term_ const*> children_;                        // convert's scratch
   std::unordered_map<std::uint64_t, Symbol const*> symbols_;  // (decl id, arity) -> symbol

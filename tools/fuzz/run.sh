@@ -6,6 +6,9 @@
 #   tools/fuzz/run.sh [build-dir]   build directory, default build/fuzz
 #   ORVO_ITP_FUZZ_SECONDS=60        fuzzing time per target; 0 replays the corpora only
 #   ORVO_ITP_FUZZ_RUNS=N            also stop each target after N executions
+#   ORVO_ITP_FUZZ_SEED=N            libFuzzer's random seed (default: a new one
+#                                   per run); CI fixes it, so that a finding
+#                                   there comes back when the run is repeated
 #   ORVO_ITP_FUZZ_TARGETS="..."     a subset of: classifier classify check
 #
 # The targets and their corpus files:
@@ -71,6 +74,7 @@ for target in $targets; do
   mkdir "$scratch/$target"
   args+=(-max_total_time="$seconds" -print_final_stats=1 -artifact_prefix="$build/$target-")
   if [ -n "${ORVO_ITP_FUZZ_RUNS:-}" ]; then args+=(-runs="$ORVO_ITP_FUZZ_RUNS"); fi
+  if [ -n "${ORVO_ITP_FUZZ_SEED:-}" ]; then args+=(-seed="$ORVO_ITP_FUZZ_SEED"); fi
   echo "== $target: fuzzing for at most ${seconds}s"
   run "$build/$target-fuzz.log" "$fuzzer" "${args[@]}" "$scratch/$target" "$corpus"
   executions=$(sed -n 's/^stat::number_of_executed_units: *//p' "$build/$target-fuzz.log")

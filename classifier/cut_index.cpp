@@ -523,6 +523,15 @@ CutIndex::StatusCounts CutIndex::status_counts(int first, int last) {
   return counts;
 }
 
+std::vector<CutIndex::SymbolPrefix> CutIndex::prefix_symbols() const {
+  check_snapshot("prefix_symbols", true);
+  std::vector<SymbolPrefix> out;
+  out.reserve(symbols_.size());
+  for (std::size_t k = 0; k < symbols_.size(); ++k)
+    out.push_back(SymbolPrefix{symbols_[k], symbol_place_.prefix(static_cast<int>(k))});
+  return out;
+}
+
 std::vector<CutIndex::StatusCounts> CutIndex::prefix_status_counts() {
   check_snapshot("prefix_status_counts", true);
   std::size_t const n = size();

@@ -172,6 +172,14 @@ class CutIndex {
   PrefixStatus prefix_status(Term_ const* t);
   // status_counts(0, r) for r = 0 .. size()-1, from one walk per atom and one sweep.
   std::vector<StatusCounts> prefix_status_counts();
+  // Every symbol a counted group holds (interpreted ones too), with its
+  // numbers as above: in A exactly for last >= a_from, in B exactly for
+  // last < b_below. No walk: read off the placement.
+  struct SymbolPrefix {
+    Symbol const* symbol;
+    PrefixStatus prefix;
+  };
+  std::vector<SymbolPrefix> prefix_symbols() const;
 
  private:
   // Where each key (a symbol, or an atom) stands: the merged positions of the
@@ -241,13 +249,13 @@ class CutIndex {
   std::vector<int> atoms_;                        // key -> atom variable
   Placement symbol_place_;                        // by symbol key
   Placement atom_place_;                          // by atom key
-  std::vector<PrefixStatus> head_prefix_;  // by symbol key: the numbers of the symbol as a head
-  std::vector<PrefixStatus> prefix_memo_;          // a_from < 0: not yet known
-  hsh::HashMap<Term_ const*, int> memo_slot_;      // term -> 1 + its entry in prefix_memo_
+  std::vector<PrefixStatus> head_prefix_;      // by symbol key: the numbers of the symbol as a head
+  std::vector<PrefixStatus> prefix_memo_;      // a_from < 0: not yet known
+  hsh::HashMap<Term_ const*, int> memo_slot_;  // term -> 1 + its entry in prefix_memo_
   hsh::HashMap<Term_ const*, std::uint64_t> seen_;  // term -> the walk that last entered it
-  std::uint64_t walk_;                     // number of the current range walk
-  std::uint64_t terms_entered_;            // terms_entered()
-  std::vector<Term_ const*> stack_;        // scratch stack of every walk
+  std::uint64_t walk_;                              // number of the current range walk
+  std::uint64_t terms_entered_;                     // terms_entered()
+  std::vector<Term_ const*> stack_;                 // scratch stack of every walk
 };
 
 }  // namespace itp

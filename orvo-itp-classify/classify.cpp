@@ -5,8 +5,8 @@
 #include <memory>
 #include <sstream>
 
-#include "smtlib/partition.h"
 #include "smtlib/names.h"
+#include "smtlib/partition.h"
 #include "smtlib/script.h"
 
 namespace orvo {
@@ -91,7 +91,12 @@ void compare(PartitionAnswer const& index, PartitionAnswer const& classifier,
   char const* field = !same(index.A_symbols, classifier.A_symbols)   ? "the A symbols"
                       : !same(index.B_symbols, classifier.B_symbols) ? "the B symbols"
                       : !same(index.common, classifier.common)       ? "the common symbols"
-                      : index.atoms.A != classifier.atoms.A || index.atoms.B != classifier.atoms.B ||
+                      : index.A_local != classifier.A_symbols.size() - classifier.common.size()
+                          ? "the number of A-local symbols"
+                      : index.B_local != classifier.B_symbols.size() - classifier.common.size()
+                          ? "the number of B-local symbols"
+                      : index.atoms.A != classifier.atoms.A ||
+                              index.atoms.B != classifier.atoms.B ||
                               index.atoms.mixed != classifier.atoms.mixed
                           ? "the atom counts"
                       : index.atom_status != classifier.atom_status ? "an atom's status"
@@ -116,7 +121,10 @@ ProblemReport classify_problem(std::string const& path, std::string_view text,
   Script& script = *owned;
   script.run(text, [&](Query const& q) {
     auto const start = std::chrono::steady_clock::now();
-    std::vector<int> const held = script.held_atoms();
+    // The atoms the live groups hold are listed only where statuses are
+    // given one by one; the counts come from the index.
+    std::vector<int> const held =
+        options.atoms || options.check || options.dump ? script.held_atoms() : std::vector<int>();
     itp::CutIndex index = script.cut_index(q);
     smtlib::AnswerOptions const wanted{options.json || options.check || options.dump,
                                        options.atoms || options.check};

@@ -1,7 +1,6 @@
 #include "smtlib/partition.h"
 
 #include <algorithm>
-#include <unordered_map>
 #include <unordered_set>
 
 #include "smtlib/names.h"
@@ -15,51 +14,36 @@ namespace {
 // The common symbols of every prefix cut of a sequence query, from one sweep
 // instead of one pass over partition A per cut: a symbol is in A from the
 // first position whose groups hold it on, and in B below the last such
-// position (always, when a live group at no position holds it).
+// position (always, when a live group at no position holds it). The index
+// has both numbers of every symbol already.
 struct PrefixSymbols {
   std::vector<std::vector<Symbol const*>> common;  // per cut
   std::vector<std::size_t> A_local, B_local;       // per cut
 };
 
-PrefixSymbols prefix_symbols(Script const& script, Query const& q) {
-  int const n = static_cast<int>(q.items.size());
-  auto const& groups = script.classifier().get_groups();
-  std::unordered_map<int, int> enters;  // group -> first position
-  for (int p = n; p-- > 0;)
-    for (int g : q.items[static_cast<std::size_t>(p)].groups)
-      enters[g] = p;
-  TermManager const& tm = *script.environment().term_manager;
-  std::unordered_map<Symbol const*, std::pair<int, int>> span;  // [in A from, in B below)
-  for (int g : script.live_groups()) {
-    auto const it = enters.find(g);
-    int const at = it == enters.end() ? n : it->second;
-    for (auto const& entry : groups[static_cast<std::size_t>(g)].symbols) {
-      if (tm.is_interpreted(entry.first)) continue;
-      auto [s, fresh] = span.emplace(entry.first, std::make_pair(at, at));
-      if (!fresh) {
-        s->second.first = std::min(s->second.first, at);
-        s->second.second = std::max(s->second.second, at);
-      }
-    }
-  }
-  auto const size = static_cast<std::size_t>(n) + 1;
+PrefixSymbols prefix_symbols(TermManager const& tm, itp::CutIndex const& index) {
+  auto const size = index.size() + 1;
   std::vector<std::vector<Symbol const*>> starts(size), stops(size);
-  // Cut r: a symbol spanning [a, b) is A-local for b <= r, B-local for r < a.
+  // Cut r: a symbol in A from a and in B below b is A-local for b <= r,
+  // B-local for r < a, common in between.
   std::vector<std::size_t> local_from(size, 0), b_local_below(size, 0);
-  for (auto const& [symbol, range] : span) {
-    auto const a = static_cast<std::size_t>(range.first);
-    auto const b = static_cast<std::size_t>(range.second);
+  std::size_t symbols = 0;
+  for (itp::CutIndex::SymbolPrefix const& s : index.prefix_symbols()) {
+    if (tm.is_interpreted(s.symbol)) continue;
+    ++symbols;
+    auto const a = static_cast<std::size_t>(s.prefix.a_from);
+    auto const b = static_cast<std::size_t>(s.prefix.b_below);
     ++local_from[b];
     ++b_local_below[a];
     if (a >= b) continue;
-    starts[a].push_back(symbol);
-    stops[b].push_back(symbol);
+    starts[a].push_back(s.symbol);
+    stops[b].push_back(s.symbol);
   }
   PrefixSymbols out;
   out.common.resize(size - 1);
   std::unordered_set<Symbol const*> active;
   std::size_t a_local = 0;
-  std::size_t b_local = span.size();
+  std::size_t b_local = symbols;
   for (std::size_t r = 0; r + 1 < size; ++r) {
     for (Symbol const* s : starts[r])
       active.insert(s);
@@ -102,7 +86,7 @@ std::vector<PartitionAnswer> answer_query(Script const& script, Query const& q,
   PrefixSymbols sweep;
   if (fast) {
     prefix = index.prefix_status_counts();
-    sweep = prefix_symbols(script, q);
+    sweep = prefix_symbols(tm, index);
   }
   std::vector<Symbol const*> scratch;
   std::vector<int> A;  // grown item by item for a sequence

@@ -50,7 +50,111 @@ void gather_keys(std::vector<AtomClassifier::Group> const& groups,
     key_groups[static_cast<std::size_t>(next[static_cast<std::size_t>(h.first)]++)] = h.second;
 }
 
+// Gives the stand-in for the groups outside the counted ones (local number
+// `elsewhere`) to every key that more groups hold than the counted groups
+// the holder counts know. Its number is the largest: each key's groups stay
+// ascending.
+template <class Key, class Holders>
+void add_elsewhere(std::vector<Key> const& keys, Holders holders, HolderCounts const& counts,
+                   std::vector<int> const& group_ids, int elsewhere, std::vector<int>& key_begin,
+                   std::vector<int>& key_groups) {
+  std::vector<int> begin(keys.size() + 1, 0), groups;
+  groups.reserve(key_groups.size() + keys.size());
+  for (std::size_t k = 0; k < keys.size(); ++k) {
+    unsigned known = 0;
+    for (int i = key_begin[k]; i < key_begin[k + 1]; ++i) {
+      int const g = key_groups[static_cast<std::size_t>(i)];
+      groups.push_back(g);
+      if (counts.has(group_ids[static_cast<std::size_t>(g)])) ++known;
+    }
+    if (holders(keys[k]) > known) groups.push_back(elsewhere);
+    begin[k + 1] = static_cast<int>(groups.size());
+  }
+  key_begin.swap(begin);
+  key_groups.swap(groups);
+}
+
+// Whether registering an atom with term `t` counts t's symbols in its group.
+bool counts_symbols(TermManager const* tm, Term_ const* t) {
+  Symbol const* head = t->get_symbol();
+  return head->get_output_type() == tm->get_bool_type() && !tm->is_reserved(head);
+}
+
 }  // namespace
+
+// ---- Holder counts.
+
+HolderCounts::HolderCounts(AtomClassifier const& classifier) : classifier_(classifier) {}
+
+void HolderCounts::add(int group) {
+  change(group, true);
+}
+
+void HolderCounts::remove(int group) {
+  change(group, false);
+}
+
+bool HolderCounts::has(int group) const {
+  return group >= 0 && static_cast<std::size_t>(group) < in_.size() &&
+         in_[static_cast<std::size_t>(group)] != 0;
+}
+
+unsigned HolderCounts::symbol_holders(Symbol const* s) const {
+  auto const it = symbols_.find(s);
+  return it == symbols_.end() ? 0 : it->second;
+}
+
+unsigned HolderCounts::atom_holders(int atom) const {
+  return atom >= 0 && static_cast<std::size_t>(atom) < atom_holders_.size()
+             ? atom_holders_[static_cast<std::size_t>(atom)]
+             : 0;
+}
+
+void HolderCounts::change(int group, bool add) {
+  auto const& groups = classifier_.get_groups();
+  if (group < 0 || static_cast<std::size_t>(group) >= groups.size() || has(group) == add) return;
+  Environment const* env = classifier_.get_env();
+  ORVO_ITP_REQUIRE(env != nullptr, add ? "HolderCounts::add" : "HolderCounts::remove",
+                   "classifier without environment, group", group);
+  auto const g = static_cast<std::size_t>(group);
+  if (g >= in_.size()) in_.resize(g + 1, 0);
+  in_[g] = add ? 1 : 0;
+  TermManager const* tm = env->term_manager;
+  for (auto const& entry : groups[g].symbols) {
+    Symbol const* s = entry.first;
+    bool const uninterpreted = !tm->is_interpreted(s);
+    if (add) {
+      if (symbols_[s]++ == 0 && uninterpreted) ++uninterpreted_;
+      continue;
+    }
+    if (!symbols_.contains(s)) continue;
+    if (--symbols_[s] == 0) {
+      if (uninterpreted) --uninterpreted_;
+      symbols_.erase(s);
+    }
+  }
+  for (int atom : groups[g].atoms) {
+    if (atom < 0) continue;
+    auto const a = static_cast<std::size_t>(atom);
+    if (a >= atom_holders_.size()) {
+      atom_holders_.resize(a + 1, 0);
+      termed_.resize(a + 1, 0);
+    }
+    unsigned& n = atom_holders_[a];
+    if (!add && n == 0) continue;
+    if (add ? n++ != 0 : --n != 0) continue;
+    // First holder in, or last out: the atom counts when it had a term as
+    // its first holder came in.
+    if (add) termed_[a] = a < env->atom_terms.size() && env->atom_terms[a] != nullptr;
+    if (termed_[a] == 0) continue;
+    atoms_ = add ? atoms_ + 1 : atoms_ - 1;
+    if (counts_symbols(tm, env->atom_terms[a])) continue;
+    if (add)
+      uncounted_.insert(atom);
+    else
+      uncounted_.erase(atom);
+  }
+}
 
 // ---- Placement.
 
@@ -205,6 +309,14 @@ CutIndex::CutIndex(AtomClassifier const& classifier, std::vector<std::vector<int
   build(positions, &others, &background);
 }
 
+CutIndex::CutIndex(AtomClassifier const& classifier, std::vector<std::vector<int>> const& positions,
+                   HolderCounts const& holders, std::vector<int> const& background)
+    : CutIndex(classifier, static_cast<int>(positions.size()), false) {
+  holders_ = &holders;
+  std::vector<int> const none;
+  build(positions, &none, &background);
+}
+
 CutIndex::CutIndex(AtomClassifier const& classifier, int num_positions, bool all_groups)
     : classifier_(classifier),
       env_(classifier.get_env()),
@@ -247,18 +359,21 @@ void CutIndex::build(std::vector<std::vector<int>> const& positions, std::vector
   };
   // A background group stands at no position: it is in A by its flag and
   // in B through the one gap that spans every position.
-  std::vector<char> in_background(counted_groups, 0);
+  // With holder counts, local number counted_groups stands for the groups
+  // elsewhere: at no position, not background.
+  std::size_t const local_groups = counted_groups + (holders_ != nullptr ? 1 : 0);
+  std::vector<char> in_background(local_groups, 0);
   if (!all_groups_)
     for (int g : *background)
       if (names_group(g)) in_background[local(g)] = 1;
   auto const placed = [&](int g) { return names_group(g) && in_background[local(g)] == 0; };
   // Positions of each group, ascending (a group named twice at one position
   // appears twice; the placement tolerates that).
-  std::vector<int> group_begin(counted_groups + 1, 0);
+  std::vector<int> group_begin(local_groups + 1, 0);
   for (std::vector<int> const& at : positions)
     for (int g : at)
       if (placed(g)) ++group_begin[local(g) + 1];
-  for (std::size_t g = 0; g < counted_groups; ++g)
+  for (std::size_t g = 0; g < local_groups; ++g)
     group_begin[g + 1] += group_begin[g];
   std::vector<int> group_positions(static_cast<std::size_t>(group_begin.back()));
   {
@@ -277,6 +392,11 @@ void CutIndex::build(std::vector<std::vector<int>> const& positions, std::vector
           add(entry.first);
       },
       symbol_keys_, symbols_, key_begin, key_groups);
+  auto const elsewhere_group = static_cast<int>(counted_groups);
+  if (holders_ != nullptr)
+    add_elsewhere(
+        symbols_, [this](Symbol const* s) { return holders_->symbol_holders(s); }, *holders_,
+        group_ids_, elsewhere_group, key_begin, key_groups);
   symbol_place_.build(key_begin, key_groups, group_begin, group_positions, in_background,
                       num_positions_);
   // Interpreted symbols pass every purity test: as a term's head they
@@ -293,6 +413,10 @@ void CutIndex::build(std::vector<std::vector<int>> const& positions, std::vector
           add(atom);
       },
       atom_keys_, atoms_, key_begin, key_groups);
+  if (holders_ != nullptr)
+    add_elsewhere(
+        atoms_, [this](int atom) { return holders_->atom_holders(atom); }, *holders_, group_ids_,
+        elsewhere_group, key_begin, key_groups);
   atom_place_.build(key_begin, key_groups, group_begin, group_positions, in_background,
                     num_positions_);
   fingerprint_ = group_fingerprint();
@@ -346,9 +470,26 @@ int CutIndex::symbol_key(Symbol const* s) const {
 }
 
 bool CutIndex::counted(Term_ const* t) const {
-  Symbol const* head = t->get_symbol();
-  TermManager const* tm = env_->term_manager;
-  return head->get_output_type() == tm->get_bool_type() && !tm->is_reserved(head);
+  return counts_symbols(env_->term_manager, t);
+}
+
+bool CutIndex::elsewhere(Symbol const* s) const {
+  return holders_ != nullptr && holders_->symbol_holders(s) > 0;
+}
+
+bool CutIndex::elsewhere_atom(int atom) const {
+  return holders_ != nullptr && holders_->atom_holders(atom) > 0;
+}
+
+template <class Visit>
+std::size_t CutIndex::atoms_only_elsewhere(Visit visit) const {
+  if (holders_ == nullptr) return 0;
+  std::size_t keyed = 0;  // held atoms with a term that a counted group holds
+  for (int atom : atoms_)
+    if (atom_term(atom) != nullptr && holders_->atom_holders(atom) > 0) ++keyed;
+  for (int atom : holders_->uncounted_atoms())
+    if (!atom_keys_.contains(atom)) visit(atom_term(atom));
+  return holders_->atoms() - keyed;
 }
 
 Term_ const* CutIndex::atom_term(int atom) const {
@@ -372,7 +513,7 @@ unsigned char CutIndex::get_atom_AB_flags(int atom, int first, int last) {
   check_snapshot("get_atom_AB_flags", false);
   if (atom < 0 || static_cast<std::size_t>(atom) >= env_->num_atoms()) return 0;
   auto it = atom_keys_.find(atom);
-  if (it == atom_keys_.end()) return 0;
+  if (it == atom_keys_.end()) return elsewhere_atom(atom) ? 2 : 0;
   return static_cast<unsigned char>((atom_place_.in_A(it->second, first, last) ? 1 : 0) |
                                     (atom_place_.in_B(it->second, first, last) ? 2 : 0));
 }
@@ -391,6 +532,9 @@ void CutIndex::get_B_symbols(int first, int last, std::vector<Symbol const*>& ou
   out.clear();
   for (std::size_t k = 0; k < symbols_.size(); ++k)
     if (symbol_place_.in_B(static_cast<int>(k), first, last)) out.push_back(symbols_[k]);
+  if (holders_ != nullptr)
+    for (auto const& entry : holders_->symbols())
+      if (!symbol_keys_.contains(entry.first)) out.push_back(entry.first);
 }
 
 // ---- Terms.
@@ -398,8 +542,8 @@ void CutIndex::get_B_symbols(int first, int last, std::vector<Symbol const*>& ou
 CutIndex::PrefixStatus CutIndex::head_prefix(Symbol const* s) const {
   int const key = symbol_key(s);
   if (key >= 0) return head_prefix_[static_cast<std::size_t>(key)];
-  return env_->term_manager->is_interpreted(s) ? PrefixStatus{0, num_positions_}
-                                               : PrefixStatus{num_positions_, 0};
+  if (env_->term_manager->is_interpreted(s)) return PrefixStatus{0, num_positions_};
+  return PrefixStatus{num_positions_, elsewhere(s) ? num_positions_ : 0};
 }
 
 CutIndex::PrefixStatus& CutIndex::memo(Term_ const* t) {
@@ -489,7 +633,8 @@ int CutIndex::term_status(Term_ const* t, int first, int last) {
     if (!tm->is_interpreted(s)) {
       int const key = symbol_key(s);
       if (a_pure && (key < 0 || !symbol_place_.in_A(key, first, last))) a_pure = false;
-      if (b_pure && (key < 0 || !symbol_place_.in_B(key, first, last))) b_pure = false;
+      if (b_pure && (key < 0 ? !elsewhere(s) : !symbol_place_.in_B(key, first, last)))
+        b_pure = false;
     }
     for (std::size_t i = 0; i < u->get_arity(); ++i)
       stack_.push_back(u->get_child(i));
@@ -520,6 +665,15 @@ CutIndex::StatusCounts CutIndex::status_counts(int first, int last) {
                            : term_status(t, first, last);
     ++(status == 0 ? counts.A : status == 1 ? counts.B : counts.mixed);
   }
+  // What only groups outside the counted ones hold is B-pure, but for atoms
+  // whose terms do not count their symbols.
+  std::size_t walked = 0;
+  counts.B += atoms_only_elsewhere([&](Term_ const* t) {
+    int const status = term_status(t, first, last);
+    ++walked;
+    ++(status == 0 ? counts.A : status == 1 ? counts.B : counts.mixed);
+  });
+  counts.B -= walked;
   return counts;
 }
 
@@ -530,6 +684,14 @@ std::vector<CutIndex::SymbolPrefix> CutIndex::prefix_symbols() const {
   for (std::size_t k = 0; k < symbols_.size(); ++k)
     out.push_back(SymbolPrefix{symbols_[k], symbol_place_.prefix(static_cast<int>(k))});
   return out;
+}
+
+std::size_t CutIndex::only_elsewhere() const {
+  if (holders_ == nullptr) return 0;
+  std::size_t keyed = 0;
+  for (Symbol const* s : symbols_)
+    if (!env_->term_manager->is_interpreted(s) && holders_->symbol_holders(s) > 0) ++keyed;
+  return holders_->uninterpreted_symbols() - keyed;
 }
 
 std::vector<CutIndex::StatusCounts> CutIndex::prefix_status_counts() {
@@ -550,6 +712,12 @@ std::vector<CutIndex::StatusCounts> CutIndex::prefix_status_counts() {
     auto const a = static_cast<std::size_t>(std::max(p.a_from, p.b_below));
     if (a < n) ++out[a].A;
   }
+  total += atoms_only_elsewhere([&](Term_ const* t) {
+    PrefixStatus const p = prefix_status(t);
+    if (static_cast<std::size_t>(p.b_below) < n) ++out[static_cast<std::size_t>(p.b_below)].B;
+    auto const a = static_cast<std::size_t>(std::max(p.a_from, p.b_below));
+    if (a < n) ++out[a].A;
+  });
   std::size_t b_ended = 0, a_pure = 0;
   for (StatusCounts& c : out) {
     b_ended += c.B;

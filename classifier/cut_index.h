@@ -56,6 +56,17 @@
 //   groups without them, so the background groups are in B. A term status
 //   combines the two sides as get_term_status does.
 //
+// A caller that keeps a HolderCounts of its live groups can leave the live
+// groups outside the query out altogether: the constructor that takes one
+// counts the groups at the positions and the background, and stands the
+// groups the counts have beyond those in as one group at no position. Its
+// answers are those of the four-argument form with those groups as `others`,
+// and its build costs only the counted groups: a query over a few groups
+// costs those, however many groups are live. prefix_symbols() then leaves out
+// the symbols only those other groups hold (only_elsewhere() counts them);
+// get_B_symbols and status_counts read the holder counts to list and count
+// what only they hold.
+//
 // Every other group is ignored: the answers are those of a classifier in
 // which it is empty, and the build never reads it. The build then costs the
 // sizes of the counted groups and the number of positions, whatever the
@@ -112,6 +123,41 @@
 namespace orvo {
 namespace itp {
 
+// How many groups hold each symbol and each atom, kept by the owner of a
+// set of groups (the live ones, say) as it changes: add(g) once group g is
+// filled, remove(g) before it is emptied, with the same contents. Adding a
+// group twice or removing one not added changes nothing. atoms() counts the
+// held atoms that had a term in the environment when their first holder came
+// in. The classifier and its environment must outlive the counts; the
+// environment must be set by the first add or remove.
+class HolderCounts {
+ public:
+  explicit HolderCounts(AtomClassifier const& classifier);
+  void add(int group);
+  void remove(int group);
+  bool has(int group) const;  // added and not removed
+  unsigned symbol_holders(Symbol const* s) const;
+  unsigned atom_holders(int atom) const;
+  std::size_t uninterpreted_symbols() const { return uninterpreted_; }  // distinct, held
+  std::size_t atoms() const { return atoms_; }                          // distinct, held
+  // Held atoms whose terms do not count their symbols in their groups (not
+  // Boolean, or headed by a reserved symbol): their status takes a walk.
+  hsh::HashSet<int> const& uncounted_atoms() const { return uncounted_; }
+  hsh::HashMap<Symbol const*, unsigned> const& symbols() const { return symbols_; }
+
+ private:
+  void change(int group, bool add);
+
+  AtomClassifier const& classifier_;
+  std::vector<char> in_;                           // by group: added
+  hsh::HashMap<Symbol const*, unsigned> symbols_;  // held symbols only
+  std::vector<unsigned> atom_holders_;             // by atom
+  std::vector<char> termed_;                       // by held atom: counted in atoms_
+  std::size_t uninterpreted_ = 0;
+  std::size_t atoms_ = 0;
+  hsh::HashSet<int> uncounted_;
+};
+
 class CutIndex {
  public:
   // positions[i] holds the group indices at position i; the classifier must outlive the index.
@@ -122,6 +168,11 @@ class CutIndex {
   // indices in either list are skipped.
   CutIndex(AtomClassifier const& classifier, std::vector<std::vector<int>> const& positions,
            std::vector<int> const& others, std::vector<int> const& background = {});
+  // Only the groups at the positions and `background` count, and beyond
+  // them the groups that `holders` has and they do not, as more of B; the
+  // counts must outlive the index and not change while it is used.
+  CutIndex(AtomClassifier const& classifier, std::vector<std::vector<int>> const& positions,
+           HolderCounts const& holders, std::vector<int> const& background = {});
   std::size_t size() const;  // number of positions
   // Whether the counted groups still look as they did at the build: every
   // such group's atom and symbol tables the same size, and, when every group
@@ -180,6 +231,10 @@ class CutIndex {
     PrefixStatus prefix;
   };
   std::vector<SymbolPrefix> prefix_symbols() const;
+  // The uninterpreted symbols that only groups outside the counted ones hold
+  // (an index built from holder counts; 0 otherwise): prefix_symbols() leaves
+  // them out, and they are B-local under every cut.
+  std::size_t only_elsewhere() const;
 
  private:
   // Where each key (a symbol, or an atom) stands: the merged positions of the
@@ -214,6 +269,15 @@ class CutIndex {
   // The build; the lists are null when every group counts.
   void build(std::vector<std::vector<int>> const& positions, std::vector<int> const* others,
              std::vector<int> const* background);
+  // Whether a group outside the counted ones holds a symbol (atom) that no
+  // counted group holds: only with holder counts.
+  bool elsewhere(Symbol const* s) const;
+  bool elsewhere_atom(int atom) const;
+  // Visits every atom that only groups outside the counted ones hold and
+  // whose term does not count its symbols, with its term; returns how many
+  // atoms only they hold in all.
+  template <class Visit>
+  std::size_t atoms_only_elsewhere(Visit visit) const;
 
   // Whether the number of groups is still good for this index.
   bool same_groups() const;
@@ -242,6 +306,7 @@ class CutIndex {
   std::size_t num_groups_;                        // groups when built
   bool all_groups_;                               // every group counts
   std::vector<int> group_ids_;                    // the counted groups, ascending
+  HolderCounts const* holders_ = nullptr;         // the groups elsewhere, as counts
   std::uint64_t fingerprint_;                     // group table sizes when built
   hsh::HashMap<Symbol const*, int> symbol_keys_;  // symbol -> key
   std::vector<Symbol const*> symbols_;            // key -> symbol

@@ -43,7 +43,7 @@ PrefixSymbols prefix_symbols(TermManager const& tm, itp::CutIndex const& index) 
   out.common.resize(size - 1);
   std::unordered_set<Symbol const*> active;
   std::size_t a_local = 0;
-  std::size_t b_local = symbols;
+  std::size_t b_local = symbols + index.only_elsewhere();  // those only others hold too
   for (std::size_t r = 0; r + 1 < size; ++r) {
     for (Symbol const* s : starts[r])
       active.insert(s);

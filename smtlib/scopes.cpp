@@ -14,6 +14,8 @@ void Scopes::open_real(std::uint64_t empty_below) {
 void Scopes::close_real() {
   Frame const f = frames_.back();
   frames_.pop_back();
+  for (std::size_t i = f.live_mark; i < live_.size(); ++i)  // before the pop empties them
+    holders_.remove(live_[i]);
   classifier_.pop_backtrack_point();
   reader_.pop();
   for (std::size_t i = f.live_mark; i < live_.size(); ++i)

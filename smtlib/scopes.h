@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "classifier/atom_classifier.h"
+#include "classifier/cut_index.h"
 #include "smtlib/sexpr.h"
 #include "smtlib/z3_reader.h"
 
@@ -24,7 +25,7 @@ class Scopes {
  public:
   // Both must outlive the scopes.
   Scopes(Z3Reader& reader, itp::AtomClassifier& classifier)
-      : reader_(reader), classifier_(classifier) {}
+      : reader_(reader), classifier_(classifier), holders_(classifier) {}
 
   // Opens n levels (n >= 1).
   void push(std::uint64_t n);
@@ -34,6 +35,10 @@ class Scopes {
   void pop(std::uint64_t n, Position at);
   // Group g was opened at the innermost level.
   void add_group(int g);
+  // Live group g is filled: holders() counts it until a pop withdraws it.
+  void count_group(int g) { holders_.add(g); }
+  // How many of the filled live groups hold each symbol and atom.
+  itp::HolderCounts const& holders() const noexcept { return holders_; }
 
   std::uint64_t depth() const noexcept { return depth_; }  // open levels
   // The groups not withdrawn by a pop, in the order they were opened.
@@ -61,12 +66,13 @@ class Scopes {
 
   Z3Reader& reader_;
   itp::AtomClassifier& classifier_;
-  std::vector<Frame> frames_;       // real levels, innermost last
-  std::uint64_t depth_ = 0;         // levels, empty ones included
-  std::vector<int> live_;           // live groups in order
-  std::vector<char> is_live_;       // by group index
-  std::vector<int> withdrawn_;      // by the last pop
-  std::size_t kept_ = 0;            // real levels the last pop left
+  itp::HolderCounts holders_;   // of the counted live groups
+  std::vector<Frame> frames_;   // real levels, innermost last
+  std::uint64_t depth_ = 0;     // levels, empty ones included
+  std::vector<int> live_;       // live groups in order
+  std::vector<char> is_live_;   // by group index
+  std::vector<int> withdrawn_;  // by the last pop
+  std::size_t kept_ = 0;        // real levels the last pop left
 };
 
 }  // namespace smtlib

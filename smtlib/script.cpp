@@ -49,8 +49,8 @@ void Script::run(std::string_view text, QueryHandler const& on_query) {
   auto const finish = [&] {
     window_.clear();
     ahead_.clear();
-    timing_.reading = at_start.reading + seconds_since(start) -
-                      (timing_.split - at_start.split) - (timing_.host_terms - at_start.host_terms) -
+    timing_.reading = at_start.reading + seconds_since(start) - (timing_.split - at_start.split) -
+                      (timing_.host_terms - at_start.host_terms) -
                       (timing_.classify - at_start.classify) - (timing_.queries - at_start.queries);
     timing_.z3 = std::chrono::duration<double>(reader_.parse_time()).count();
   };
@@ -203,9 +203,8 @@ bool Script::perform(SExpr const& command, std::size_t index, QueryHandler const
     return false;
   } else if (head != "set-option" && head != "set-info" && head != "check-sat") {
     if (warned_.insert(std::string(head)).second)
-      warnings_ << printable_utf8(file_) << ":" << command.where.line << ":"
-                << command.where.column << ": warning: skipping '" << printable_utf8(head)
-                << "' (not supported)\n";
+      warnings_ << printable_utf8(file_) << ":" << command.where.line << ":" << command.where.column
+                << ": warning: skipping '" << printable_utf8(head) << "' (not supported)\n";
   }
   return true;
 }
@@ -239,8 +238,7 @@ bool Script::mentions(SExpr const& term, std::unordered_set<std::string_view> co
 }
 
 void Script::add_assertion(Assertion const& a, z3::expr const& formula) {
-  if (!formula.is_bool())
-    throw ScriptError(a.command->where, "an assertion is a Boolean term");
+  if (!formula.is_bool()) throw ScriptError(a.command->where, "an assertion is a Boolean term");
   auto start = Clock::now();
   Formula const parts = split_formula(formula);
   std::vector<Term_ const*> host;
@@ -284,6 +282,7 @@ void Script::add_assertion(Assertion const& a, z3::expr const& formula) {
     }
     dpll::release_reference(c);
   }
+  scopes_.count_group(group);
   timing_.classify += seconds_since(start);
   ++timing_.assertions;
   if (a.named) reader_.name_term(groups_.back().name, formula);
@@ -359,18 +358,10 @@ itp::CutIndex Script::cut_index(Query const& q) const {
   positions.reserve(q.items.size());
   for (QueryItem const& item : q.items)
     positions.push_back(item.groups);
-  // The index reads only the groups that count: the query's, the other live
-  // ones (B of every cut) and the background; popped groups are empty.
-  std::vector<char> placed(groups_.size(), 0);
-  for (QueryItem const& item : q.items)
-    for (int g : item.groups)
-      placed[static_cast<std::size_t>(g)] = 1;
-  for (int g : q.background)
-    placed[static_cast<std::size_t>(g)] = 1;
-  std::vector<int> others;
-  for (int g : scopes_.live())
-    if (placed[static_cast<std::size_t>(g)] == 0) others.push_back(g);
-  return itp::CutIndex(classifier_, positions, others, q.background);
+  // The index reads only the query's groups and the background; the other
+  // live groups (B of every cut) it knows from the running holder counts,
+  // so a query costs its own groups, however many are live.
+  return itp::CutIndex(classifier_, positions, scopes_.holders(), q.background);
 }
 
 }  // namespace smtlib

@@ -171,6 +171,81 @@ TEST(CutIndex, EveryRangeAnswersAsTheClassifierAfterSetAGroups) {
   }
 }
 
+// The groups outside the query given as holder counts answer as the same
+// groups given as a list: every range, every prefix, every term and atom.
+// The counts are built by adding every group and removing those that do not
+// count again (and some that the index counts anyway), so both directions of
+// their upkeep are exercised.
+TEST(CutIndex, HolderCountsStandInForTheGroupsElsewhere) {
+  for (unsigned seed = 1; seed <= 150; ++seed) {
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    Instance in(seed);
+    int const groups = int(in.c.get_groups().size());
+    std::vector<int> others = in.others, background = in.background;
+    if (!in.listed)
+      for (int g = 0; g < groups; ++g)
+        others.push_back(g);
+    std::set<int> live(others.begin(), others.end());
+    live.insert(background.begin(), background.end());
+    for (auto const& at : in.positions)
+      live.insert(at.begin(), at.end());
+    HolderCounts holders(in.c);
+    for (int g = -1; g <= groups; ++g)
+      holders.add(g);
+    holders.add(0);
+    // Groups the index counts anyway need not be in the counts.
+    std::set<int> const elsewhere(others.begin(), others.end());
+    for (int g = -1; g <= groups; ++g)
+      if (live.count(g) == 0 || (elsewhere.count(g) == 0 && in.pick(3) == 0)) holders.remove(g);
+    CutIndex listed(in.c, in.positions, others, background);
+    CutIndex counted(in.c, in.positions, holders, background);
+    int const n = int(listed.size());
+    std::vector<Symbol const*> a, b;
+    for (int first = n - 1; first >= 0; --first)
+      for (int last = first; last < n; ++last) {
+        for (Term_ const* t : in.terms)
+          ASSERT_EQ(counted.get_term_status(t, first, last),
+                    listed.get_term_status(t, first, last));
+        for (Symbol const* s : in.symbols)
+          ASSERT_EQ(counted.symbol_is_common(s, first, last, true),
+                    listed.symbol_is_common(s, first, last, true));
+        for (int atom = -1; atom <= int(in.env.num_atoms()); ++atom)
+          ASSERT_EQ(counted.get_atom_AB_flags(atom, first, last),
+                    listed.get_atom_AB_flags(atom, first, last));
+        counted.get_A_symbols(first, last, a);
+        listed.get_A_symbols(first, last, b);
+        ASSERT_EQ(bag(a), bag(b));
+        counted.get_B_symbols(first, last, a);
+        listed.get_B_symbols(first, last, b);
+        ASSERT_EQ(bag(a), bag(b));
+        ASSERT_EQ(tie(counted.status_counts(first, last)), tie(listed.status_counts(first, last)));
+      }
+    for (Term_ const* t : in.terms) {
+      ASSERT_EQ(counted.prefix_status(t).a_from, listed.prefix_status(t).a_from);
+      ASSERT_EQ(counted.prefix_status(t).b_below, listed.prefix_status(t).b_below);
+    }
+    std::vector<Counts> const p = counted.prefix_status_counts(), q = listed.prefix_status_counts();
+    for (std::size_t r = 0; r < q.size(); ++r)
+      ASSERT_EQ(tie(p[r]), tie(q[r]));
+    // Only what groups elsewhere alone hold is left out, and counted.
+    std::map<Symbol const*, std::pair<int, int>> kept;
+    for (auto const& e : counted.prefix_symbols())
+      kept[e.symbol] = {e.prefix.a_from, e.prefix.b_below};
+    std::size_t left_out = 0;
+    for (auto const& e : listed.prefix_symbols()) {
+      auto const it = kept.find(e.symbol);
+      if (it != kept.end()) {
+        ASSERT_EQ(it->second, std::make_pair(e.prefix.a_from, e.prefix.b_below));
+        continue;
+      }
+      ASSERT_EQ(std::make_pair(e.prefix.a_from, e.prefix.b_below), std::make_pair(n, n));
+      left_out += !in.tm.is_interpreted(e.symbol);
+    }
+    ASSERT_EQ(counted.only_elsewhere(), left_out);
+    ASSERT_EQ(listed.only_elsewhere(), 0u);
+  }
+}
+
 // A prefix walk that runs out of memory part way leaves nothing half-known:
 // once memory is back, the answers are those of an index that never failed.
 TEST(CutIndex, PrefixWalkRecoversFromAllocationFailure) {

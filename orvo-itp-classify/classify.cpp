@@ -142,10 +142,11 @@ ProblemReport classify_problem(std::string const& path, std::string_view text,
         a.atom_status.clear();
     report.partitions += answers.size();
     report.queries.push_back(report_query(script, q, answers, held, std::move(dumps)));
+    if (options.text_only) render_partitions(report.queries.back(), report.background, options);
     report.queries_time += smtlib::seconds_since(start);
   });
   auto start = std::chrono::steady_clock::now();
-  report_groups(script, report);
+  report_groups(script, report, !options.text_only || options.groups);
   report.groups_time = smtlib::seconds_since(start);
   report.timing = script.timing();
   start = std::chrono::steady_clock::now();

@@ -22,6 +22,10 @@ struct Options {
   bool dump = false;    // the classifier's debug dump of every partition (text report)
   bool groups = false;  // every group at the end of the script (text report)
   bool check = false;   // answer every partition by cut index and classifier, and compare
+  // Only the text report will be written: each query's partitions are kept
+  // as their text, and the groups are summed up only with `groups`, so the
+  // report's peak is its text, not its lists.
+  bool text_only = false;
   smtlib::Unmentioned unmentioned = smtlib::Unmentioned::root;
 };
 

@@ -98,6 +98,7 @@ int main(int argc, char** argv) {
     return 2;
   }
 
+  options.text_only = !options.json;
   std::vector<std::unique_ptr<orvo::classify::ProblemReport>> reports;
   std::vector<orvo::classify::JsonEntry> entries;
   bool failed = false;
@@ -131,14 +132,13 @@ int main(int argc, char** argv) {
     if (stats) {
       auto const& t = r.timing;
       double const total = orvo::smtlib::seconds_since(start);
-      double const known = read + r.setup_time + t.split + t.reading + t.host_terms +
-                           t.classify + r.queries_time + r.groups_time + r.teardown_time;
+      double const known = read + r.setup_time + t.split + t.reading + t.host_terms + t.classify +
+                           r.queries_time + r.groups_time + r.teardown_time;
       std::ostringstream line;
       line << shown << ": " << t.assertions << " assertions, " << r.partitions << " partitions; "
            << total * 1e3 << " ms: reading " << read * 1e3 << ", setup " << r.setup_time * 1e3
-           << ", splitting " << t.split * 1e3
- << ", declarations and terms " << t.reading * 1e3 << " (z3's parser " << t.z3 * 1e3
-           << "), host terms " << t.host_terms * 1e3
+           << ", splitting " << t.split * 1e3 << ", declarations and terms " << t.reading * 1e3
+           << " (z3's parser " << t.z3 * 1e3 << "), host terms " << t.host_terms * 1e3
            << ", classifier " << t.classify * 1e3 << ", queries " << r.queries_time * 1e3
            << ", groups " << r.groups_time * 1e3 << ", teardown " << r.teardown_time * 1e3
            << ", other " << (total - known) * 1e3 << " ms\n";

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <ostream>
+#include <sstream>
 #include <string>
 
 #include "orvo-itp-classify/classify.h"
@@ -119,10 +120,13 @@ QueryReport report_query(smtlib::Script const& script, smtlib::Query const& q,
     if (k < dumps.size()) p.dump = std::move(dumps[k]);
     r.partitions.push_back(std::move(p));
   }
+  r.partition_count = r.partitions.size();
   return r;
 }
 
-void report_groups(smtlib::Script const& script, ProblemReport& report) {
+void report_groups(smtlib::Script const& script, ProblemReport& report, bool details) {
+  report.group_count = script.groups().size();
+  if (!details) return;
   auto const& groups = script.classifier().get_groups();
   for (std::size_t g = 0; g < script.groups().size(); ++g) {
     GroupReport r;
@@ -138,8 +142,36 @@ void report_groups(smtlib::Script const& script, ProblemReport& report) {
   }
 }
 
+namespace {
+
+void write_partitions(std::ostream& out, std::vector<PartitionReport> const& partitions,
+                      bool background, Options const& options) {
+  for (PartitionReport const& p : partitions) {
+    out << "  " << shortened(p.node, 100) << "\n"
+        << "    A groups:   " << joined(p.A, p.A_count) << "\n";
+    if (background) out << "    background: " << joined(p.background) << "\n";
+    out << "    symbols:    " << p.A_local << " A-local, " << p.B_local << " B-local, "
+        << p.common.size() << " common: " << joined(p.common) << "\n"
+        << "    atoms:      " << p.atoms.A << " A, " << p.atoms.B << " B, " << p.atoms.mixed
+        << " mixed\n";
+    for (AtomStatus const& a : p.atom_list)
+      out << "      " << status_names[a.status] << (a.status == 2 ? " " : "     ") << a.text
+          << "\n";
+    if (options.dump) out << p.dump;
+  }
+}
+
+}  // namespace
+
+void render_partitions(QueryReport& q, bool background, Options const& options) {
+  std::ostringstream text;
+  write_partitions(text, q.partitions, background, options);
+  q.rendered += text.str();
+  q.partitions = std::vector<PartitionReport>();
+}
+
 void write_text(std::ostream& out, ProblemReport const& report, Options const& options) {
-  out << report.file << ": " << report.groups.size() << " groups, " << report.queries.size()
+  out << report.file << ": " << report.group_count << " groups, " << report.queries.size()
       << (report.queries.size() == 1 ? " query\n" : " queries\n");
   out << "atom status: A = A-pure (A's symbols only), B = B-pure (B's symbols only), mixed = "
          "both sides\n";
@@ -152,21 +184,10 @@ void write_text(std::ostream& out, ProblemReport const& report, Options const& o
   for (QueryReport const& q : report.queries) {
     out << "\nquery at line " << q.line << ": " << shortened(q.text, 100) << "\n  "
         << (q.sequence ? "sequence" : "tree") << " of " << q.items << " items, root "
-        << shortened(q.root, 60) << "; " << q.partitions.size()
-        << (q.partitions.size() == 1 ? " partition\n" : " partitions\n");
-    for (PartitionReport const& p : q.partitions) {
-      out << "  " << shortened(p.node, 100) << "\n"
-          << "    A groups:   " << joined(p.A, p.A_count) << "\n";
-      if (report.background) out << "    background: " << joined(p.background) << "\n";
-      out << "    symbols:    " << p.A_local << " A-local, " << p.B_local << " B-local, "
-          << p.common.size() << " common: " << joined(p.common) << "\n"
-          << "    atoms:      " << p.atoms.A << " A, " << p.atoms.B << " B, " << p.atoms.mixed
-          << " mixed\n";
-      for (AtomStatus const& a : p.atom_list)
-        out << "      " << status_names[a.status] << (a.status == 2 ? " " : "     ") << a.text
-            << "\n";
-      if (options.dump) out << p.dump;
-    }
+        << shortened(q.root, 60) << "; " << q.partition_count
+        << (q.partition_count == 1 ? " partition\n" : " partitions\n");
+    out << q.rendered;
+    write_partitions(out, q.partitions, report.background, options);
   }
 }
 

@@ -23,14 +23,14 @@ struct AtomStatus {
 };
 
 struct PartitionReport {
-  std::string node;                    // the item's text
-  std::vector<std::string> A;          // names of the A groups, in group order (text: at
-                                       // most the first five and the last four)
-  std::size_t A_count = 0;             // the number of A groups
-  std::vector<std::string> background; // names of the background groups, in group order
-  std::vector<std::string> A_symbols;  // uninterpreted, sorted by bytes (JSON only)
-  std::vector<std::string> B_symbols;  // likewise
-  std::vector<std::string> common;     // likewise
+  std::string node;                     // the item's text
+  std::vector<std::string> A;           // names of the A groups, in group order (text: at
+                                        // most the first five and the last four)
+  std::size_t A_count = 0;              // the number of A groups
+  std::vector<std::string> background;  // names of the background groups, in group order
+  std::vector<std::string> A_symbols;   // uninterpreted, sorted by bytes (JSON only)
+  std::vector<std::string> B_symbols;   // likewise
+  std::vector<std::string> common;      // likewise
   std::size_t A_local = 0;
   std::size_t B_local = 0;
   itp::CutIndex::StatusCounts atoms;
@@ -45,6 +45,8 @@ struct QueryReport {
   std::string root;       // the root item's text
   std::size_t items = 0;  // number of items
   std::vector<PartitionReport> partitions;
+  std::size_t partition_count = 0;  // partitions.size(), or what `rendered` holds
+  std::string rendered;             // after render_partitions: their text; partitions empty
 };
 
 struct GroupReport {
@@ -55,15 +57,16 @@ struct GroupReport {
 };
 
 struct ProblemReport {
-  std::string file;  // base name
+  std::string file;         // base name
   bool background = false;  // the partitions list their background groups
-  std::vector<GroupReport> groups;
+  std::size_t group_count = 0;
+  std::vector<GroupReport> groups;  // every group, or none when only counted
   std::vector<QueryReport> queries;
   smtlib::Timing timing;
-  double setup_time = 0;    // seconds making the script (z3's context, the classifier)
-  double queries_time = 0;  // seconds answering queries
-  double groups_time = 0;   // seconds summarising the groups at the end
-  double teardown_time = 0; // seconds releasing the script (z3's context, the classifier)
+  double setup_time = 0;     // seconds making the script (z3's context, the classifier)
+  double queries_time = 0;   // seconds answering queries
+  double groups_time = 0;    // seconds summarising the groups at the end
+  double teardown_time = 0;  // seconds releasing the script (z3's context, the classifier)
   std::size_t partitions = 0;
 };
 
@@ -72,8 +75,11 @@ struct ProblemReport {
 QueryReport report_query(smtlib::Script const& script, smtlib::Query const& q,
                          std::vector<smtlib::PartitionAnswer> const& answers,
                          std::vector<int> const& held, std::vector<std::string> dumps);
-// Every group as it stands at the end of the script.
-void report_groups(smtlib::Script const& script, ProblemReport& report);
+// Every group as it stands at the end of the script; without `details`,
+// only their number.
+void report_groups(smtlib::Script const& script, ProblemReport& report, bool details = true);
+// Replaces q's partitions by their text as write_text writes it.
+void render_partitions(QueryReport& q, bool background, Options const& options);
 
 void write_text(std::ostream& out, ProblemReport const& report, Options const& options);
 

@@ -241,6 +241,21 @@ void check_goldens(fs::path const& problems, fs::path const& expected,
           orvo::classify::classify_problem(name, text.str(), checked(), warnings, shared);
       orvo::classify::write_json(out, {{&r, name, ""}}, checked());
       EXPECT_EQ(nlohmann::json::parse(out.str()), want) << entry.path();
+      // The text report is the same whether the partitions are kept as
+      // lists or as their text (the program's way when it writes text).
+      Options lists = checked();
+      lists.json = false;
+      lists.atoms = true;
+      Options early = lists;
+      early.text_only = true;
+      std::ostringstream from_lists, from_text;
+      orvo::classify::write_text(
+          from_lists, orvo::classify::classify_problem(name, text.str(), lists, warnings, shared),
+          lists);
+      orvo::classify::write_text(
+          from_text, orvo::classify::classify_problem(name, text.str(), early, warnings, shared),
+          early);
+      EXPECT_EQ(from_text.str(), from_lists.str()) << entry.path();
     } catch (orvo::smtlib::ScriptError const& e) {
       ASSERT_TRUE(want.contains("error")) << entry.path() << ": " << e.what();
       std::string const where = name + ":" + std::to_string(e.where().line) + ":" +

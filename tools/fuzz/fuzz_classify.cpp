@@ -6,9 +6,12 @@
 // cut index disagreeing with the classifier, an exception other than
 // smtlib::ScriptError, or a break of the output contract (harness.h)
 // aborts; so does a different outcome when one input in 32 is played again
-// in a z3 context of its own instead of the one inputs share.
+// in a z3 context of its own instead of the one inputs share, or a
+// different text report when another one in 32 is played as the program
+// plays it for a text report (each query's partitions kept as text).
 #include <z3++.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <exception>
@@ -41,17 +44,20 @@ Options options_of(std::string_view text) {
   return o;
 }
 
-// What the program prints for the script: the error line or both reports,
-// and the warnings; each checked against the contract.
-std::string play(std::string_view text, z3::context* shared) {
+// What the program prints for the script: the error line or both reports
+// (the text report alone with `text_only`), and the warnings; each checked
+// against the contract.
+std::string play(std::string_view text, z3::context* shared, bool text_only = false) {
   std::string const file = "input.smt2";
-  Options const options = options_of(text);
+  Options options = options_of(text);
+  options.text_only = text_only;
   std::ostringstream warnings, out;
   try {
     orvo::classify::ProblemReport const report =
         orvo::classify::classify_problem(file, text, options, warnings, shared);
     orvo::classify::write_text(out, report, options);
     orvo::fuzz::check_report_text(out.str());
+    if (text_only) return warnings.str() + out.str();
     std::size_t const json = out.str().size();
     orvo::classify::write_json(out, {orvo::classify::JsonEntry{&report, file, {}}}, options);
     orvo::fuzz::check_json(std::string_view(out.str()).substr(json), text);
@@ -78,5 +84,13 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     hash = (hash ^ data[i]) * 16777619u;
   if (hash % 32 == 0 && play(text, nullptr) != shared)
     broken("the outcome in a context of its own differs from the shared context's", shared);
+  if (hash % 32 == 1) {
+    // The same text report, followed in `shared` by the JSON document.
+    std::string const lean = play(text, nullptr, true);
+    std::string_view const rest =
+        std::string_view(shared).substr(std::min(lean.size(), shared.size()));
+    if (shared.compare(0, lean.size(), lean) != 0 || (!rest.empty() && rest.front() != '{'))
+      broken("the text report kept as text differs from the one kept as lists", lean);
+  }
   return 0;
 }

@@ -657,23 +657,24 @@ CutIndex::StatusCounts CutIndex::status_counts(int first, int last) {
   check_range("status_counts", first, last);
   check_snapshot("status_counts", true);
   StatusCounts counts;
-  for (std::size_t k = 0; k < atoms_.size(); ++k) {
-    Term_ const* t = atom_term(atoms_[k]);
-    if (t == nullptr) continue;
-    int const status = counted(t) && atom_place_.in_B(static_cast<int>(k), first, last)
-                           ? 1
-                           : term_status(t, first, last);
-    ++(status == 0 ? counts.A : status == 1 ? counts.B : counts.mixed);
-  }
-  // What only groups outside the counted ones hold is B-pure, but for atoms
-  // whose terms do not count their symbols.
   std::size_t walked = 0;
-  counts.B += atoms_only_elsewhere([&](Term_ const* t) {
+  auto const walk = [&](Term_ const* t) {
     int const status = term_status(t, first, last);
     ++walked;
     ++(status == 0 ? counts.A : status == 1 ? counts.B : counts.mixed);
-  });
-  counts.B -= walked;
+  };
+  for (std::size_t k = 0; k < atoms_.size(); ++k) {
+    Term_ const* t = atom_term(atoms_[k]);
+    if (t == nullptr) continue;
+    if (counted(t) && atom_place_.in_B(static_cast<int>(k), first, last))
+      ++counts.B;
+    else
+      walk(t);
+  }
+  // What only groups outside the counted ones hold is B-pure, but for atoms
+  // whose terms do not count their symbols, which are walked.
+  walked = 0;
+  counts.B += atoms_only_elsewhere(walk) - walked;
   return counts;
 }
 
@@ -700,6 +701,12 @@ std::vector<CutIndex::StatusCounts> CutIndex::prefix_status_counts() {
   std::vector<StatusCounts> out(n);
   // First as histograms: out[r].B counts the atoms whose B-purity ends at r,
   // out[r].A those that are A-pure and not B-pure from r on.
+  auto const walk = [&](Term_ const* t) {
+    PrefixStatus const p = prefix_status(t);
+    if (static_cast<std::size_t>(p.b_below) < n) ++out[static_cast<std::size_t>(p.b_below)].B;
+    auto const a = static_cast<std::size_t>(std::max(p.a_from, p.b_below));
+    if (a < n) ++out[a].A;
+  };
   std::size_t total = 0;
   for (std::size_t k = 0; k < atoms_.size(); ++k) {
     Term_ const* t = atom_term(atoms_[k]);
@@ -707,17 +714,9 @@ std::vector<CutIndex::StatusCounts> CutIndex::prefix_status_counts() {
     ++total;
     // Held by a group at no position: B-pure under every prefix cut.
     if (counted(t) && atom_place_.prefix(static_cast<int>(k)).b_below == num_positions_) continue;
-    PrefixStatus const p = prefix_status(t);
-    if (static_cast<std::size_t>(p.b_below) < n) ++out[static_cast<std::size_t>(p.b_below)].B;
-    auto const a = static_cast<std::size_t>(std::max(p.a_from, p.b_below));
-    if (a < n) ++out[a].A;
+    walk(t);
   }
-  total += atoms_only_elsewhere([&](Term_ const* t) {
-    PrefixStatus const p = prefix_status(t);
-    if (static_cast<std::size_t>(p.b_below) < n) ++out[static_cast<std::size_t>(p.b_below)].B;
-    auto const a = static_cast<std::size_t>(std::max(p.a_from, p.b_below));
-    if (a < n) ++out[a].A;
-  });
+  total += atoms_only_elsewhere(walk);
   std::size_t b_ended = 0, a_pure = 0;
   for (StatusCounts& c : out) {
     b_ended += c.B;
